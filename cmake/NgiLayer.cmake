@@ -1,0 +1,34 @@
+# ngi_layer(NAME [DIR dir] DEPS libs... [TEST_DEPS libs...])
+#
+# Builds every *.cpp of the current folder (or DIR) except *_test.cpp into the
+# static library ngi_NAME, and every *_test.cpp into the test program
+# NAME_tests, registered with ctest test by test. A folder without sources
+# yet becomes an interface library so that layers above can name it already.
+function(ngi_layer name)
+  cmake_parse_arguments(L "" "DIR" "DEPS;TEST_DEPS;EXTRA_SOURCES" ${ARGN})
+  if(NOT L_DIR)
+    set(L_DIR ${CMAKE_CURRENT_SOURCE_DIR})
+  endif()
+  file(GLOB srcs CONFIGURE_DEPENDS ${L_DIR}/*.cpp)
+  file(GLOB tests CONFIGURE_DEPENDS ${L_DIR}/*_test.cpp)
+  list(FILTER srcs EXCLUDE REGEX "(_test|/main)\\.cpp$")
+  list(APPEND srcs ${L_EXTRA_SOURCES})
+  if(srcs)
+    add_library(ngi_${name} STATIC ${srcs})
+    target_include_directories(ngi_${name} PUBLIC ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(ngi_${name} PUBLIC ${L_DEPS})
+  else()
+    add_library(ngi_${name} INTERFACE)
+    target_include_directories(ngi_${name} INTERFACE ${PROJECT_SOURCE_DIR}/src)
+    target_link_libraries(ngi_${name} INTERFACE ${L_DEPS})
+  endif()
+  if(NGI_BUILD_TESTS AND tests)
+    add_executable(${name}_tests ${tests})
+    target_link_libraries(${name}_tests PRIVATE ngi_${name} ngi_testing ${L_TEST_DEPS}
+                          GTest::gtest_main GTest::gmock)
+    gtest_discover_tests(${name}_tests
+      WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
+      DISCOVERY_TIMEOUT 60
+      PROPERTIES TIMEOUT 600 ENVIRONMENT "NGI_SOURCE_DIR=${PROJECT_SOURCE_DIR};NGI_BINARY_DIR=${PROJECT_BINARY_DIR}")
+  endif()
+endfunction()

@@ -1,0 +1,28 @@
+#!/usr/bin/env bash
+# Installs, through apt, whatever the build and the tests need and the
+# machine lacks. Safe to run again: it installs nothing that is present.
+set -euo pipefail
+
+packages=(
+  cmake g++ make pkg-config
+  libgtest-dev libgmock-dev
+  libxml2-dev
+  clang libclang-rt-14-dev   # libFuzzer targets
+  ntfs-3g attr fuse3         # building NTFS fixture volumes
+  sleuthkit libfsntfs-utils  # independent NTFS readers, test oracles
+  gdb                        # reading crash dumps in tests
+)
+
+missing=()
+for p in "${packages[@]}"; do
+  [[ "$p" == \#* ]] && continue
+  dpkg-query -W -f='${Status}' "$p" 2>/dev/null | grep -q "install ok installed" || missing+=("$p")
+done
+
+if ((${#missing[@]})); then
+  echo "install-deps: installing ${missing[*]}"
+  SUDO=""
+  [ "$(id -u)" -ne 0 ] && SUDO="sudo"
+  $SUDO apt-get update -qq
+  DEBIAN_FRONTEND=noninteractive $SUDO apt-get install -y -qq --no-install-recommends "${missing[@]}"
+fi
