@@ -1,0 +1,55 @@
+#pragma once
+// Win32 side only: the edge between the program's UTF-16 strings and the
+// wide-character API, and the handle and error conventions.
+//
+// <windows.h> is included lean, without min/max macros. Its A/W macros
+// (CreateFile, DeleteFile, FindFirstFile, ...) do not clash with the
+// platform layer's names, which were chosen apart from them.
+
+#ifndef WIN32_LEAN_AND_MEAN
+#define WIN32_LEAN_AND_MEAN
+#endif
+#ifndef NOMINMAX
+#define NOMINMAX
+#endif
+#include <windows.h>
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+#include "platform/file.h"
+
+static_assert(sizeof(wchar_t) == sizeof(char16_t), "Windows wide characters are UTF-16 units");
+
+namespace platform::win32 {
+
+// A terminated copy for the API (a string_view need not be terminated).
+inline std::wstring ToWide(std::u16string_view text) {
+    return std::wstring(reinterpret_cast<const wchar_t*>(text.data()), text.size());
+}
+
+inline std::u16string FromWide(const wchar_t* text, size_t length) {
+    return std::u16string(reinterpret_cast<const char16_t*>(text), length);
+}
+
+// Up to the terminator.
+inline std::u16string FromWide(const wchar_t* text) {
+    return FromWide(text, std::char_traits<wchar_t>::length(text));
+}
+
+inline HANDLE ToHandle(NativeHandle h) { return reinterpret_cast<HANDLE>(h); }
+inline NativeHandle FromHandle(HANDLE h) { return reinterpret_cast<NativeHandle>(h); }
+
+// FILETIME as one 64-bit count of 100 ns ticks.
+inline uint64_t FromFileTime(const FILETIME& t) {
+    return (static_cast<uint64_t>(t.dwHighDateTime) << 32) | t.dwLowDateTime;
+}
+
+// Sets the thread's last error and returns false, for `return Fail(e);`.
+inline bool Fail(uint32_t win32Error) {
+    ::SetLastError(win32Error);
+    return false;
+}
+
+}  // namespace platform::win32
