@@ -71,6 +71,21 @@ inline constexpr uint32_t kErrNotEnoughQuota = 1816;
 // SetPriorityClass: the process is already in background processing mode.
 inline constexpr uint32_t kErrProcessModeAlreadyBackground = 402;
 inline constexpr uint32_t kErrProcessModeNotBackground = 403;
+inline constexpr uint32_t kErrNotSameDevice = 17;
+inline constexpr uint32_t kErrSharingBufferExceeded = 36;
+inline constexpr uint32_t kErrBadPathname = 161;
+inline constexpr uint32_t kErrBadExeFormat = 193;
+inline constexpr uint32_t kErrEnvVarNotFound = 203;
+inline constexpr uint32_t kErrFileTooLarge = 223;
+inline constexpr uint32_t kErrArithmeticOverflow = 534;
+inline constexpr uint32_t kErrOperationAborted = 995;
+inline constexpr uint32_t kErrNoAccess = 998;
+inline constexpr uint32_t kErrBadDb = 1009;  // the registry store is damaged
+inline constexpr uint32_t kErrIoDevice = 1117;
+inline constexpr uint32_t kErrTooManyLinks = 1142;
+inline constexpr uint32_t kErrDeviceNotConnected = 1167;
+inline constexpr uint32_t kErrTimeout = 1460;
+inline constexpr uint32_t kErrResourceTypeNotFound = 1813;
 
 // The calling thread's last error.
 uint32_t GetLastError();

@@ -1,6 +1,6 @@
 #pragma once
 // The process: module path, environment, the named mutex, priority, ids and
-// the COM apartment, as thin wrappers of GetModuleFileNameW,
+// the COM apartment, as thin wrappers of GetModuleFileNameW, GetCommandLineW,
 // GetEnvironmentVariableW / SetEnvironmentVariableW / GetEnvironmentStringsW,
 // CreateMutexW, GetPriorityClass / SetPriorityClass, GetCurrentProcessId,
 // GetCurrentThreadId and CoInitializeEx / CoUninitialize.
@@ -18,12 +18,19 @@
 namespace platform {
 
 // GetModuleFileNameW(nullptr): the full path of the running executable, in
-// the program's spelling (POSIX: the native path of /proc/self/exe).
+// the program's spelling (POSIX: /proc/self/exe, names converted as the
+// arguments below are).
 bool GetModuleFileName(std::u16string& path);
+
+// The arguments of the command line, the program's name first, as the wide
+// entry point gets them (Windows: CommandLineToArgvW of GetCommandLineW, and
+// argc / argv are not read). POSIX: each argument is a native path whose
+// names convert reversibly (platform/names.h), "/" kept as the separator.
+std::vector<std::u16string> GetCommandLineArguments(int argc, char** argv);
+
 
 // GetEnvironmentVariableW: false with 203 (kErrEnvVarNotFound) when unset.
 // An empty value is a value.
-inline constexpr uint32_t kErrEnvVarNotFound = 203;
 bool GetEnvVar(std::u16string_view name, std::u16string& value);
 // SetEnvironmentVariableW; UnsetEnvVar is the form with a null value.
 // Errors: 87 for an empty name or one holding "=".

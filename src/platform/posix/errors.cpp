@@ -53,6 +53,23 @@ const std::unordered_map<uint32_t, const char*>& ErrorTexts() {
         {267, "The directory name is invalid."},
         {402, "The process is already in background processing mode."},
         {403, "The process is not in background processing mode."},
+        {17, "The system cannot move the file to a different disk drive."},
+        {36, "Too many files opened for sharing."},
+        {161, "The specified path is invalid."},
+        {193, "%1 is not a valid Win32 application."},
+        {203, "The system could not find the environment option that was entered."},
+        {223, "The file size exceeds the limit allowed and cannot be saved."},
+        {534, "Arithmetic result exceeded 32 bits."},
+        {995, "The I/O operation has been aborted because of either a thread exit or an "
+              "application request."},
+        {998, "Invalid access to memory location."},
+        {1009, "The configuration registry database is corrupt."},
+        {1117, "The request could not be performed because of an I/O device error."},
+        {1142, "An attempt was made to create more links on a file than the file system "
+               "supports."},
+        {1167, "The device is not connected."},
+        {1460, "This operation returned because the timeout period expired."},
+        {1813, "The specified resource type cannot be found in the image file."},
         {1005, "The volume does not contain a recognized file system.\r\nPlease make sure that "
                "all required file system drivers are loaded and that the volume is not "
                "corrupted."},
@@ -95,31 +112,42 @@ uint32_t Win32FromErrno(int err) {
         case ENOTDIR: return kErrPathNotFound;
         case EACCES:
         case EPERM:
-        case EROFS: return kErrAccessDenied;
+        case EROFS:
+        case EISDIR: return kErrAccessDenied;
         case EEXIST: return kErrFileExists;
         case ENOTEMPTY: return kErrDirNotEmpty;
-        case ENOSPC: return kErrDiskFull;
+        case ENOSPC:
         case EDQUOT: return kErrDiskFull;
+        case EFBIG: return kErrFileTooLarge;
         case EBADF: return kErrInvalidHandle;
         case ENOMEM: return kErrNotEnoughMemory;
         case EMFILE:
         case ENFILE: return kErrTooManyOpenFiles;
         case EINVAL: return kErrInvalidParameter;
         case ENAMETOOLONG: return kErrFilenameExcedRange;
-        case EISDIR: return kErrAccessDenied;
         case EBUSY: return kErrBusy;
         case ETXTBSY: return kErrSharingViolation;
-        case EIO: return kErrGenFailure;
+        case EIO: return kErrIoDevice;
         case ENXIO:
         case ENODEV: return kErrNotReady;
+        case ENOTCONN: return kErrDeviceNotConnected;
         case ELOOP: return kErrCantResolveFilename;
-        case EXDEV: return kErrNotSupported;
-        case ENOTSUP: return kErrNotSupported;
+        case EXDEV: return kErrNotSameDevice;
+        case ENOTSUP: return kErrNotSupported;  // also EOPNOTSUPP
+        case ENOSYS:
+        case ENOTTY: return kErrInvalidFunction;
         case ENODATA: return kErrNotAReparsePoint;
         case EILSEQ: return kErrNoUnicodeTranslation;
-        case EFBIG: return kErrDiskFull;
-        case EAGAIN: return kErrLockViolation;
+        case EAGAIN: return kErrLockViolation;  // also EWOULDBLOCK
+        case ENOLCK: return kErrSharingBufferExceeded;
         case ESPIPE: return kErrSeek;
+        case EPIPE: return kErrBrokenPipe;
+        case EINTR: return kErrOperationAborted;
+        case EFAULT: return kErrNoAccess;
+        case EOVERFLOW: return kErrArithmeticOverflow;
+        case ETIMEDOUT: return kErrTimeout;
+        case EMLINK: return kErrTooManyLinks;
+        case ENOEXEC: return kErrBadExeFormat;
         default: return kErrGenFailure;
     }
 }
