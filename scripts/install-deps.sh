@@ -13,6 +13,18 @@ packages=(
   gdb                        # reading crash dumps in tests
 )
 
+# The Windows cross build and its tests under Wine, installed on their own
+# (`install-deps.sh windows`, run by scripts/test-windows.sh) so that the
+# Linux suites do not wait for them.
+windows_packages=(
+  g++-mingw-w64-x86-64-posix  # MinGW-w64 with posix threads
+  googletest                  # GoogleTest sources, built for the target
+  wine64                      # runs the .exe files
+)
+if [ "${1:-}" = windows ]; then
+  packages=("${windows_packages[@]}")
+fi
+
 missing=()
 for p in "${packages[@]}"; do
   [[ "$p" == \#* ]] && continue
