@@ -24,6 +24,10 @@ inline constexpr NativeHandle kInvalidHandle = -1;
 inline constexpr uint32_t kGenericRead = 0x80000000u;
 inline constexpr uint32_t kGenericWrite = 0x40000000u;
 inline constexpr uint32_t kGenericAll = 0x10000000u;
+// Access without reading or writing data (a handle for attributes, reparse
+// data or deletion only).
+inline constexpr uint32_t kAccessDelete = 0x00010000u;
+inline constexpr uint32_t kFileReadAttributes = 0x80u;
 // Sharing.
 inline constexpr uint32_t kShareRead = 1, kShareWrite = 2, kShareDelete = 4;
 // Disposition.
@@ -69,9 +73,18 @@ private:
 };
 
 // CreateFileW. A folder opens with kFlagBackupSemantics (for reading its
-// attributes and reparse data). Devices and image files open alike.
+// attributes and reparse data); without it a folder gives 5. Devices and
+// image files open alike. kCreateAlways and kOpenAlways leave last error 183
+// when the file existed, 0 when they created it.
 // Errors: 2 file not found, 3 a folder on the way missing, 5 access denied,
-// 32 sharing violation, 80 exists (kCreateNew), 123 bad name.
+// 32 sharing violation, 80 exists (kCreateNew), 87 bad disposition,
+// 123 bad name, 206 path longer than 32,767 units.
+// POSIX: share modes are not enforced (no error 32); kFlagNoBuffering reads
+// through the page cache; kFlagWriteThrough is O_DSYNC; kFlagOpenReparsePoint
+// on a symbolic link opens the link itself (O_PATH: good for attributes,
+// times and the link's target, not for reading data); kFlagDeleteOnClose
+// deletes the name when the last CHandle owning it closes (not when the
+// process is killed).
 CHandle FileOpen(std::u16string_view path, uint32_t access, uint32_t share, uint32_t disposition,
                  uint32_t flagsAndAttributes);
 // ReadFile: at end of file succeeds with *done < size (0 at the end).
@@ -88,8 +101,11 @@ bool FileFlush(NativeHandle h);
 // GetFileTime: FILETIME values (100 ns ticks since 1601-01-01 UTC); any may be null.
 bool FileGetTimes(NativeHandle h, uint64_t* creation, uint64_t* lastAccess, uint64_t* lastWrite);
 
-// DeleteFileW, MoveFileExW, CreateDirectoryW (one level; 183 when it exists,
-// 3 when the parent is missing), RemoveDirectoryW.
+// DeleteFileW (5 for a folder), MoveFileExW (183 when the target exists and
+// kMoveReplaceExisting is not given, 5 when the target is a folder; 17 across
+// file systems: POSIX does not copy), CreateDirectoryW (one level; 183 when it
+// exists, 3 when the parent is missing), RemoveDirectoryW (145 not empty,
+// 267 not a folder; removes a symbolic link to a folder).
 bool FileDelete(std::u16string_view path);
 bool FileMove(std::u16string_view from, std::u16string_view to, uint32_t flags);
 bool DirCreate(std::u16string_view path);
@@ -97,8 +113,11 @@ bool DirRemove(std::u16string_view path);
 // GetFileAttributesW; kInvalidFileAttributes with last error on failure.
 uint32_t GetAttributes(std::u16string_view path);
 // GetTempFileNameW with unique 0: makes "<dir>\<prefix up to 3 chars>XXXX.tmp"
-// (XXXX upper-case hexadecimal), created empty and unique. Returns the number
-// used (non-zero), or 0 with last error.
+// (XXXX: one to four upper-case hexadecimal digits, no leading zeros),
+// created empty and unique. The numbers tried start from the low 16 bits of
+// a millisecond clock and count up, skipping 0. Returns the number used
+// (non-zero), or 0 with last error (80 when all 65,535 are taken; the
+// error of the create otherwise, 3 for a missing folder).
 uint32_t MakeTempFileName(std::u16string_view dir, std::u16string_view prefix,
                           std::u16string& result);
 

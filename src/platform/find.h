@@ -13,6 +13,8 @@
 #include <string>
 #include <string_view>
 
+#include "platform/file.h"  // the kAttr* values of TFindData::attributes
+
 namespace platform {
 
 struct TFindData {

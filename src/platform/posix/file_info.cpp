@@ -1,0 +1,51 @@
+#include "platform/posix/file_info.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "platform/file.h"
+
+namespace platform::posix {
+
+namespace {
+
+// Seconds from 1601-01-01 to 1970-01-01.
+constexpr int64_t kEpochDelta = 11644473600LL;
+
+uint64_t FromStatx(const struct statx_timestamp& t) { return FileTimeFromUnix(t.tv_sec, t.tv_nsec); }
+
+}  // namespace
+
+uint64_t FileTimeFromUnix(int64_t seconds, uint32_t nanoseconds) {
+    if (seconds < -kEpochDelta) return 0;
+    return static_cast<uint64_t>(seconds + kEpochDelta) * 10000000ULL + nanoseconds / 100;
+}
+
+bool StatAt(int dir, const char* name, TFindData& data) {
+    struct statx st;
+    int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
+    if (name[0] == '\0') flags |= AT_EMPTY_PATH;
+    if (::statx(dir, name, flags, STATX_BASIC_STATS | STATX_BTIME, &st) != 0) return false;
+
+    data.reparseTag = 0;
+    data.size = 0;
+    if (S_ISLNK(st.stx_mode)) {
+        struct stat target;
+        const bool toDir = ::fstatat(dir, name, &target, 0) == 0 && S_ISDIR(target.st_mode);
+        data.attributes = kAttrReparsePoint | (toDir ? kAttrDirectory : kAttrArchive);
+        data.reparseTag = kReparseTagSymlink;
+    } else if (S_ISDIR(st.stx_mode)) {
+        data.attributes = kAttrDirectory;
+    } else {
+        data.attributes = kAttrArchive;
+        if (S_ISREG(st.stx_mode)) data.size = st.stx_size;
+    }
+    if (!S_ISLNK(st.stx_mode) && !(st.stx_mode & S_IWUSR)) data.attributes |= kAttrReadOnly;
+
+    data.lastAccessTime = FromStatx(st.stx_atime);
+    data.lastWriteTime = FromStatx(st.stx_mtime);
+    data.creationTime = (st.stx_mask & STATX_BTIME) ? FromStatx(st.stx_btime) : data.lastWriteTime;
+    return true;
+}
+
+}  // namespace platform::posix

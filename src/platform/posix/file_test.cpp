@@ -1,0 +1,377 @@
+#include "platform/file.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <functional>
+#include <map>
+
+#include <regex>
+
+#include "platform/errors.h"
+#include "platform/find.h"
+#include "platform/posix/native_path.h"
+#include "platform/posix/test_dir.h"
+
+namespace platform {
+namespace {
+
+using posix::testing::CTestDir;
+
+std::string ReadAll(const std::string& native) {
+    std::ifstream in(native, std::ios::binary);
+    return std::string(std::istreambuf_iterator<char>(in), {});
+}
+
+bool Exists(const std::string& native) {
+    struct stat st;
+    return ::lstat(native.c_str(), &st) == 0;
+}
+
+// ---- Paths ------------------------------------------------------------------
+
+TEST(NativePath, ConvertsNameByName) {
+    const struct {
+        std::u16string path;
+        std::string native;
+    } cases[] = {
+        {u"/tmp/a\\b", "/tmp/a/b"},
+        {u"/tmp//x\\", "/tmp/x"},
+        {u"/a/./b/../c", "/a/c"},
+        {u"/..\\..", "/"},
+        {u"/", "/"},
+        {u"rel\\x", "rel/x"},
+        {u"..\\x", "../x"},
+        {u".", "."},
+        {u"/t/a\uF02Ab", "/t/a*b"},
+        {u"/t/\xDCFF", "/t/\xFF"},
+    };
+    for (const auto& c : cases) {
+        std::string native;
+        ASSERT_TRUE(posix::ToNativePath(c.path, native)) << c.native;
+        EXPECT_EQ(native, c.native);
+    }
+}
+
+TEST(NativePath, Refusals) {
+    const struct {
+        std::u16string path;
+        uint32_t error;
+    } cases[] = {
+        {u"", kErrPathNotFound},
+        {u"\\\\?\\Volume{00000000-0000-0000-0000-000000000000}\\x", kErrPathNotFound},
+        {u"\\\\server\\share\\x", kErrPathNotFound},
+        {u"\\rooted\\on\\no\\drive", kErrPathNotFound},
+        {u"/tmp/a\xD800" u"b", kErrInvalidName},
+        {u"/" + std::u16string(posix::kMaxPathUnits, u'a'), kErrFilenameExcedRange},
+    };
+    for (const auto& c : cases) {
+        std::string native;
+        SetLastError(0);
+        EXPECT_FALSE(posix::ToNativePath(c.path, native));
+        EXPECT_EQ(GetLastError(), c.error) << native;
+    }
+}
+
+// ---- Opening ----------------------------------------------------------------
+
+TEST(FileOpen, Dispositions) {
+    const struct {
+        const char* what;
+        bool exists;
+        uint32_t access;
+        uint32_t disposition;
+        bool opens;
+        uint32_t error;     // last error after the call
+        bool truncated;     // the old content is gone
+    } cases[] = {
+        {"create new, missing", false, kGenericWrite, kCreateNew, true, 0, false},
+        {"create new, existing", true, kGenericWrite, kCreateNew, false, kErrFileExists, false},
+        {"create always, missing", false, kGenericWrite, kCreateAlways, true, 0, false},
+        {"create always, existing", true, kGenericWrite, kCreateAlways, true, kErrAlreadyExists, true},
+        {"open existing, missing", false, kGenericRead, kOpenExisting, false, kErrFileNotFound, false},
+        {"open existing, existing", true, kGenericRead, kOpenExisting, true, 0, false},
+        {"open always, missing", false, kGenericRead, kOpenAlways, true, 0, false},
+        {"open always, existing", true, kGenericRead, kOpenAlways, true, kErrAlreadyExists, false},
+        {"truncate existing", true, kGenericWrite, kTruncateExisting, true, 0, true},
+        {"truncate without write access", true, kGenericRead, kTruncateExisting, false,
+         kErrInvalidParameter, false},
+        {"truncate missing", false, kGenericWrite, kTruncateExisting, false, kErrFileNotFound, false},
+        {"unknown disposition", true, kGenericRead, 9, false, kErrInvalidParameter, false},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        CTestDir dir;
+        if (c.exists) dir.WriteFile("f", "old");
+        SetLastError(12345);
+        CHandle h = FileOpen(dir.Path(u"f"), c.access, kShareRead, c.disposition, kAttrNormal);
+        EXPECT_EQ(h.IsValid(), c.opens);
+        EXPECT_EQ(GetLastError(), c.error);
+        h.Close();
+        if (c.exists) {
+            EXPECT_EQ(ReadAll(dir.NativePath("f")), c.truncated ? "" : "old");
+        }
+    }
+}
+
+TEST(FileOpen, MissingFolderOnTheWayGives3) {
+    CTestDir dir;
+    CHandle h = FileOpen(dir.Path(u"no\\f"), kGenericRead, 0, kOpenExisting, 0);
+    EXPECT_FALSE(h.IsValid());
+    EXPECT_EQ(GetLastError(), kErrPathNotFound);
+    dir.WriteFile("file");
+    h = FileOpen(dir.Path(u"file\\f"), kGenericRead, 0, kOpenExisting, 0);
+    EXPECT_EQ(GetLastError(), kErrPathNotFound);
+}
+
+TEST(FileOpen, FolderNeedsBackupSemantics) {
+    CTestDir dir;
+    dir.MakeDir("d");
+    EXPECT_FALSE(FileOpen(dir.Path(u"d"), kGenericRead, 0, kOpenExisting, 0).IsValid());
+    EXPECT_EQ(GetLastError(), kErrAccessDenied);
+    CHandle h = FileOpen(dir.Path(u"d"), kGenericRead, 0, kOpenExisting, kFlagBackupSemantics);
+    EXPECT_TRUE(h.IsValid());
+    uint64_t write = 0;
+    EXPECT_TRUE(FileGetTimes(h.Get(), nullptr, nullptr, &write));
+    EXPECT_NE(write, 0u);
+    h = FileOpen(dir.Path(u"d"), kGenericWrite, 0, kOpenExisting, kFlagBackupSemantics);
+    EXPECT_TRUE(h.IsValid());
+}
+
+TEST(FileOpen, ReparsePointFlagOpensTheLinkItself) {
+    CTestDir dir;
+    ASSERT_EQ(::symlink("missing-target", dir.NativePath("link").c_str()), 0);
+    EXPECT_FALSE(FileOpen(dir.Path(u"link"), 0, 0, kOpenExisting, kFlagBackupSemantics).IsValid());
+    CHandle h = FileOpen(dir.Path(u"link"), kFileReadAttributes, 7, kOpenExisting,
+                         kFlagBackupSemantics | kFlagOpenReparsePoint);
+    ASSERT_TRUE(h.IsValid());
+    char target[64] = {};
+    EXPECT_EQ(::readlinkat(static_cast<int>(h.Get()), "", target, sizeof target - 1), 14);
+    EXPECT_STREQ(target, "missing-target");
+}
+
+TEST(FileOpen, DeleteOnCloseRemovesTheNameAtClose) {
+    CTestDir dir;
+    CHandle h = FileOpen(dir.Path(u"t"), kGenericWrite, 0, kCreateNew, kFlagDeleteOnClose);
+    ASSERT_TRUE(h.IsValid());
+    EXPECT_TRUE(Exists(dir.NativePath("t")));
+    CHandle moved = std::move(h);
+    EXPECT_TRUE(Exists(dir.NativePath("t")));
+    moved.Close();
+    EXPECT_FALSE(Exists(dir.NativePath("t")));
+}
+
+// ---- Handle operations ------------------------------------------------------
+
+TEST(FileHandle, ReadWriteSeekSizeEnd) {
+    CTestDir dir;
+    CHandle h = FileOpen(dir.Path(u"f"), kGenericRead | kGenericWrite, 0, kCreateNew, 0);
+    ASSERT_TRUE(h.IsValid());
+    uint32_t done = 0;
+    ASSERT_TRUE(FileWrite(h.Get(), "0123456789", 10, &done));
+    EXPECT_EQ(done, 10u);
+    int64_t pos = -1, size = -1;
+    ASSERT_TRUE(FileSeek(h.Get(), -4, &pos, kFileEnd));
+    EXPECT_EQ(pos, 6);
+    char buf[16] = {};
+    ASSERT_TRUE(FileRead(h.Get(), buf, sizeof buf, &done));
+    EXPECT_EQ(done, 4u);  // a short read at the end succeeds
+    EXPECT_STREQ(buf, "6789");
+    ASSERT_TRUE(FileRead(h.Get(), buf, sizeof buf, &done));
+    EXPECT_EQ(done, 0u);
+    ASSERT_TRUE(FileSeek(h.Get(), 3, nullptr, kFileBegin));
+    ASSERT_TRUE(FileSetEnd(h.Get()));
+    ASSERT_TRUE(FileGetSize(h.Get(), &size));
+    EXPECT_EQ(size, 3);
+    EXPECT_TRUE(FileFlush(h.Get()));
+    EXPECT_FALSE(FileSeek(h.Get(), -1, nullptr, kFileBegin));
+    EXPECT_EQ(GetLastError(), kErrInvalidParameter);
+    EXPECT_FALSE(FileSeek(h.Get(), 0, nullptr, 7));
+}
+
+TEST(FileHandle, TimesAreFileTimeWithSubSecondTicks) {
+    CTestDir dir;
+    dir.WriteFile("f", "x");
+    // 2021-01-01 00:00:00.123456789 UTC.
+    const struct timespec times[2] = {{1609459200, 987654321}, {1609459200, 123456789}};
+    ASSERT_EQ(::utimensat(AT_FDCWD, dir.NativePath("f").c_str(), times, 0), 0);
+    const uint64_t expectedWrite = (1609459200ULL + 11644473600ULL) * 10000000ULL + 1234567;
+    const uint64_t expectedAccess = (1609459200ULL + 11644473600ULL) * 10000000ULL + 9876543;
+    CHandle h = FileOpen(dir.Path(u"f"), kGenericRead, 0, kOpenExisting, 0);
+    uint64_t creation = 0, access = 0, write = 0;
+    ASSERT_TRUE(FileGetTimes(h.Get(), &creation, &access, &write));
+    EXPECT_EQ(write, expectedWrite);
+    EXPECT_EQ(access, expectedAccess);
+    EXPECT_NE(creation, 0u);
+    TFindData data;
+    CFindHandle find = FindFirst(dir.Path(u"f"), data);
+    ASSERT_TRUE(find.IsValid());
+    EXPECT_EQ(data.lastWriteTime, expectedWrite);
+    EXPECT_EQ(data.size, 1u);
+}
+
+// ---- Names ------------------------------------------------------------------
+
+TEST(FileNames, ErrorsOfDeleteMoveCreateRemove) {
+    CTestDir dir;
+    dir.WriteFile("a", "A");
+    dir.WriteFile("b", "B");
+    dir.MakeDir("d");
+    dir.WriteFile("d/inside");
+    const struct {
+        const char* what;
+        std::function<bool()> call;
+        uint32_t error;  // 0: succeeds
+    } cases[] = {
+        {"delete missing", [&] { return FileDelete(dir.Path(u"zz")); }, kErrFileNotFound},
+        {"delete in missing folder", [&] { return FileDelete(dir.Path(u"no\\zz")); }, kErrPathNotFound},
+        {"delete a folder", [&] { return FileDelete(dir.Path(u"d")); }, kErrAccessDenied},
+        {"mkdir existing", [&] { return DirCreate(dir.Path(u"d")); }, kErrAlreadyExists},
+        {"mkdir over a file", [&] { return DirCreate(dir.Path(u"a")); }, kErrAlreadyExists},
+        {"mkdir, parent missing", [&] { return DirCreate(dir.Path(u"no\\x")); }, kErrPathNotFound},
+        {"rmdir not empty", [&] { return DirRemove(dir.Path(u"d")); }, kErrDirNotEmpty},
+        {"rmdir a file", [&] { return DirRemove(dir.Path(u"a")); }, kErrDirectory},
+        {"rmdir missing", [&] { return DirRemove(dir.Path(u"zz")); }, kErrFileNotFound},
+        {"move onto existing", [&] { return FileMove(dir.Path(u"a"), dir.Path(u"b"), 0); },
+         kErrAlreadyExists},
+        {"move onto a folder, replacing",
+         [&] { return FileMove(dir.Path(u"a"), dir.Path(u"d"), kMoveReplaceExisting); },
+         kErrAccessDenied},
+        {"move missing", [&] { return FileMove(dir.Path(u"zz"), dir.Path(u"y"), 0); },
+         kErrFileNotFound},
+        {"move into missing folder", [&] { return FileMove(dir.Path(u"a"), dir.Path(u"no\\y"), 0); },
+         kErrPathNotFound},
+        {"move replacing", [&] {
+             return FileMove(dir.Path(u"a"), dir.Path(u"b"), kMoveReplaceExisting | kMoveWriteThrough);
+         }, 0},
+        {"attributes of missing", [&] { return GetAttributes(dir.Path(u"zz")) != kInvalidFileAttributes; },
+         kErrFileNotFound},
+        {"attributes in missing folder",
+         [&] { return GetAttributes(dir.Path(u"no\\zz")) != kInvalidFileAttributes; }, kErrPathNotFound},
+    };
+    for (const auto& c : cases) {
+        SetLastError(0);
+        EXPECT_EQ(c.call(), c.error == 0) << c.what;
+        if (c.error) {
+            EXPECT_EQ(GetLastError(), c.error) << c.what;
+        }
+    }
+    EXPECT_EQ(ReadAll(dir.NativePath("b")), "A");
+    EXPECT_FALSE(Exists(dir.NativePath("a")));
+}
+
+TEST(FileNames, RemoveDirectoryTakesALinkToAFolder) {
+    CTestDir dir;
+    dir.MakeDir("d");
+    ASSERT_EQ(::symlink("d", dir.NativePath("l").c_str()), 0);
+    EXPECT_TRUE(DirRemove(dir.Path(u"l")));
+    EXPECT_TRUE(Exists(dir.NativePath("d")));
+    EXPECT_FALSE(Exists(dir.NativePath("l")));
+}
+
+TEST(FileNames, Attributes) {
+    CTestDir dir;
+    dir.WriteFile("f");
+    dir.WriteFile(".dot");
+    dir.WriteFile("ro");
+    ::chmod(dir.NativePath("ro").c_str(), 0444);
+    dir.MakeDir("d");
+    ::symlink("d", dir.NativePath("ld").c_str());
+    ::symlink("f", dir.NativePath("lf").c_str());
+    ::symlink("nowhere", dir.NativePath("lx").c_str());
+    const struct {
+        std::u16string name;
+        uint32_t attributes;
+    } cases[] = {
+        {u"f", kAttrArchive},
+        {u".dot", kAttrArchive},  // no hidden bit for dot-names
+        {u"ro", kAttrArchive | kAttrReadOnly},
+        {u"d", kAttrDirectory},
+        {u"ld", kAttrDirectory | kAttrReparsePoint},
+        {u"lf", kAttrArchive | kAttrReparsePoint},
+        {u"lx", kAttrArchive | kAttrReparsePoint},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(GetAttributes(dir.Path(c.name)), c.attributes) << util::Utf16ToUtf8(c.name);
+}
+
+TEST(FileNames, EscapedNamesOpenTheLinuxFile) {
+    CTestDir dir;
+    dir.WriteFile("a*b", "star");
+    dir.WriteFile("\xFF", "byte");
+    uint32_t done = 0;
+    char buf[8] = {};
+    CHandle h = FileOpen(dir.Path(u"a\uF02Ab"), kGenericRead, 0, kOpenExisting, 0);
+    ASSERT_TRUE(h.IsValid());
+    ASSERT_TRUE(FileRead(h.Get(), buf, 4, &done));
+    EXPECT_STREQ(buf, "star");
+    h = FileOpen(dir.Path(u"\xDCFF"), kGenericRead, 0, kOpenExisting, 0);
+    ASSERT_TRUE(h.IsValid());
+    ASSERT_TRUE(FileRead(h.Get(), buf, 4, &done));
+    EXPECT_STREQ(buf, "byte");
+}
+
+// Paths beyond PATH_MAX work through every call, and stop at 32,767 units.
+TEST(FileNames, LongPaths) {
+    CTestDir dir;
+    const std::u16string name(200, u'n');
+    std::u16string path = dir.Path();
+    std::vector<std::u16string> folders;
+    while (path.size() < 5000) {
+        path += u"\\" + name;
+        ASSERT_TRUE(DirCreate(path)) << path.size() << " error " << GetLastError();
+        folders.push_back(path);
+    }
+    ASSERT_GT(util::Utf16ToUtf8(path).size(), 4096u);
+    const std::u16string file = path + u"\\file.bin";
+    {
+        CHandle h = FileOpen(file, kGenericWrite, 0, kCreateNew, 0);
+        ASSERT_TRUE(h.IsValid()) << GetLastError();
+        uint32_t done = 0;
+        ASSERT_TRUE(FileWrite(h.Get(), "long", 4, &done));
+    }
+    EXPECT_EQ(GetAttributes(file), kAttrArchive);
+    EXPECT_EQ(GetAttributes(path + u"\\missing\\x"), kInvalidFileAttributes);
+    EXPECT_EQ(GetLastError(), kErrPathNotFound);
+    TFindData data;
+    CFindHandle find = FindFirst(path + u"\\*.bin", data);
+    ASSERT_TRUE(find.IsValid());
+    EXPECT_EQ(data.name, u"file.bin");
+    EXPECT_EQ(data.size, 4u);
+    EXPECT_TRUE(FileMove(file, path + u"\\moved.bin", 0));
+    std::u16string temp;
+    EXPECT_NE(MakeTempFileName(path, u"ifd", temp), 0u);
+    EXPECT_TRUE(FileDelete(temp));
+    EXPECT_TRUE(FileDelete(path + u"\\moved.bin"));
+    EXPECT_FALSE(DirCreate(path + u"\\" + std::u16string(33000 - path.size(), u'x')));
+    EXPECT_EQ(GetLastError(), kErrFilenameExcedRange);
+    for (auto it = folders.rbegin(); it != folders.rend(); ++it) ASSERT_TRUE(DirRemove(*it));
+}
+
+TEST(FileNames, TempFileNames) {
+    CTestDir dir;
+    std::u16string first, second;
+    const uint32_t a = MakeTempFileName(dir.Path() + u"\\", u"ifdXYZ", first);
+    const uint32_t b = MakeTempFileName(dir.Path(), u"ifd", second);
+    ASSERT_NE(a, 0u);
+    ASSERT_NE(b, 0u);
+    EXPECT_NE(first, second);
+    const std::regex form(dir.Native() + R"(\\ifd[0-9A-F]{1,4}\.tmp)");
+    for (const auto& name : {first, second}) {
+        const std::string text = util::Utf16ToUtf8(name);
+        EXPECT_TRUE(std::regex_match(text, form)) << text;
+        EXPECT_EQ(ReadAll(dir.Native() + "/" + text.substr(dir.Native().size() + 1)), "");
+    }
+    char hex[8];
+    std::snprintf(hex, sizeof hex, "%X", a);
+    EXPECT_EQ(util::Utf16ToUtf8(first), dir.Native() + "\\ifd" + hex + ".tmp");
+
+    std::u16string none;
+    EXPECT_EQ(MakeTempFileName(dir.Path(u"missing"), u"ifd", none), 0u);
+    EXPECT_EQ(GetLastError(), kErrPathNotFound);
+}
+
+}  // namespace
+}  // namespace platform

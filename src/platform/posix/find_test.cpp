@@ -1,0 +1,145 @@
+#include "platform/find.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <map>
+
+#include "platform/errors.h"
+#include "platform/posix/test_dir.h"
+
+namespace platform {
+namespace {
+
+using posix::testing::CTestDir;
+
+TEST(Wildcard, WindowsRules) {
+    const struct {
+        const char16_t* mask;
+        const char16_t* name;
+        bool match;
+    } cases[] = {
+        {u"*", u"anything.at.all", true},
+        {u"*", u".", true},
+        {u"*.*", u"noext", true},
+        {u"*.*", u".hidden", true},
+        {u"*.*", u"a.b.c", true},
+        {u"*.txt", u"a.txt", true},
+        {u"*.txt", u"A.TXT", true},
+        {u"*.txt", u"a.b.txt", true},
+        {u"*.txt", u"a.txt.bak", false},
+        {u"*.txt", u"atxt", false},
+        {u"*.", u"noext", true},
+        {u"*.", u"a.b", false},
+        {u"a*", u"abc", true},
+        {u"a*c", u"abbbc", true},
+        {u"a*c", u"abcd", false},
+        {u"ifd????.tmp", u"ifd1A2B.tmp", true},
+        {u"ifd????.tmp", u"ifdF.tmp", true},       // '?' matches nothing before the dot
+        {u"ifd????.tmp", u"ifd.tmp", true},
+        {u"ifd????.tmp", u"ifd12345.tmp", false},
+        {u"ifd????.tmp", u"ifd1A2B.tmpx", false},
+        {u"a?c", u"abc", true},
+        {u"a?c", u"ac", false},                    // not in the middle of a name
+        {u"ab?", u"ab", true},                     // at the end
+        {u"ab??", u"abc", true},
+        {u"a.?", u"a", true},                      // a dot before '?' may match the end
+        {u"a.*", u"a", true},
+        {u"a.*", u"ab", false},
+        {u"exact", u"EXACT", true},
+        {u"exact", u"exactly", false},
+        {u"\u00E9*", u"\u00C9t\u00E9", true},      // case folding beyond ASCII
+        {u"\u0436", u"\u0416", true},
+        {u"", u"x", false},
+        {u"*a*a*a*a*a*b", u"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", false},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(MatchesWildcard(c.mask, c.name), c.match)
+            << util::Utf16ToUtf8(c.mask) << " vs " << util::Utf16ToUtf8(c.name);
+}
+
+std::vector<std::u16string> List(std::u16string_view pattern, uint32_t* error = nullptr) {
+    std::vector<std::u16string> names;
+    TFindData data;
+    CFindHandle find = FindFirst(pattern, data);
+    if (!find.IsValid()) {
+        if (error) *error = GetLastError();
+        return names;
+    }
+    do names.push_back(data.name);
+    while (FindNext(find, data));
+    EXPECT_EQ(GetLastError(), kErrNoMoreFiles);
+    EXPECT_FALSE(FindNext(find, data));
+    return names;
+}
+
+TEST(Find, ListsSortedWithDotsFirst) {
+    CTestDir dir;
+    for (const char* name : {"b.TXT", "a.txt", "C.dat", "noext", ".hidden", "a*b"}) dir.WriteFile(name);
+    dir.MakeDir("sub");
+    using V = std::vector<std::u16string>;
+    EXPECT_EQ(List(dir.Path(u"*")),
+              (V{u".", u"..", u".hidden", u"a.txt", u"a\uF02Ab", u"b.TXT", u"C.dat", u"noext", u"sub"}));
+    EXPECT_EQ(List(dir.Path(u"*.txt")), (V{u"a.txt", u"b.TXT"}));
+    EXPECT_EQ(List(dir.Path(u"*.")), (V{u".", u"..", u"a\uF02Ab", u"noext", u"sub"}));
+    EXPECT_EQ(List(dir.Path(u"A\uF02A?")), (V{u"a\uF02Ab"}));
+    EXPECT_EQ(List(dir.Path() + u"/SUB").size(), 1u);
+}
+
+TEST(Find, Errors) {
+    CTestDir dir;
+    dir.WriteFile("f");
+    const struct {
+        std::u16string pattern;
+        uint32_t error;
+    } cases[] = {
+        {dir.Path(u"*.none"), kErrFileNotFound},
+        {dir.Path(u"missing\\*"), kErrPathNotFound},
+        {dir.Path(u"f\\*"), kErrPathNotFound},
+        {dir.Path(u"missing\\deeper\\*"), kErrPathNotFound},
+        {dir.Path() + u"\\", kErrFileNotFound},
+    };
+    for (const auto& c : cases) {
+        uint32_t error = 0;
+        EXPECT_TRUE(List(c.pattern, &error).empty());
+        EXPECT_EQ(error, c.error) << util::Utf16ToUtf8(c.pattern);
+    }
+}
+
+TEST(Find, DescribesEntriesWithoutFollowingLinks) {
+    CTestDir dir;
+    dir.WriteFile("file", "12345");
+    dir.MakeDir("d");
+    ASSERT_EQ(::symlink("d", dir.NativePath("ld").c_str()), 0);
+    ASSERT_EQ(::symlink("file", dir.NativePath("lf").c_str()), 0);
+    std::map<std::u16string, TFindData> seen;
+    TFindData data;
+    CFindHandle find = FindFirst(dir.Path(u"*"), data);
+    ASSERT_TRUE(find.IsValid());
+    do seen[data.name] = data;
+    while (FindNext(find, data));
+
+    EXPECT_EQ(seen[u"file"].attributes, kAttrArchive);
+    EXPECT_EQ(seen[u"file"].size, 5u);
+    EXPECT_EQ(seen[u"file"].reparseTag, 0u);
+    EXPECT_EQ(seen[u"d"].attributes, kAttrDirectory);
+    EXPECT_EQ(seen[u"ld"].attributes, kAttrDirectory | kAttrReparsePoint);
+    EXPECT_EQ(seen[u"ld"].reparseTag, 0xA000000Cu);
+    EXPECT_EQ(seen[u"lf"].attributes, kAttrArchive | kAttrReparsePoint);
+    EXPECT_EQ(seen[u"lf"].size, 0u);
+    EXPECT_EQ(seen[u"."].attributes & kAttrDirectory, kAttrDirectory);
+    EXPECT_GT(seen[u"file"].lastWriteTime, 116444736000000000ULL);  // after 1970
+}
+
+TEST(Find, RootListsNoDots) {
+    TFindData data;
+    CFindHandle find = FindFirst(u"/*", data);
+    ASSERT_TRUE(find.IsValid());
+    do {
+        EXPECT_NE(data.name, u".");
+        EXPECT_NE(data.name, u"..");
+    } while (FindNext(find, data));
+}
+
+}  // namespace
+}  // namespace platform
