@@ -203,6 +203,9 @@ uint32_t CFileWriteCollectorReadCache::ReadRandomly(uint64_t position, void* buf
             block = _FindInCache(blockStart);
         }
         if (!block) {
+            // A read that began before the limit ends at it; only one that
+            // starts at or past it fails (in _ReadBlock).
+            if (m_ReadMaxLimit != 0 && blockStart >= m_ReadMaxLimit && done > 0) break;
             uint32_t blockSize = BlockSize();
             if (m_ReadMaxLimit != 0 && blockStart < m_ReadMaxLimit &&
                 m_ReadMaxLimit - blockStart < blockSize) {

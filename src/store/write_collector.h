@@ -14,8 +14,8 @@
 //
 // The same class, write side unused, is the byte reader of a raw volume:
 // SetCacheProps(18, 32), OpenForReadByHandle(volume), SetReadMaxLimit(size).
-// Under a read limit the last block is cut to the limit, and no read starts
-// at or past it.
+// Under a read limit the last block is cut to the limit; a read that starts
+// before the limit ends at it, one that starts at or past it throws.
 //
 // A read that reaches the end of the data a block holds (the block being
 // written, a block cut by the limit or by the end of the file) stops there:

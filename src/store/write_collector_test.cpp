@@ -1,0 +1,283 @@
+// The write collector and read cache: unflushed reads, block boundaries, LRU
+// order, the read limit, the stop on a short block, failure texts, and a
+// random differential run against a plain byte array.
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <gtest/gtest.h>
+
+#include <numeric>
+
+#include "platform/errors.h"
+#include "store/store_test_util.h"
+#include "store/write_collector.h"
+
+using indexer::CFileWriteCollectorReadCache;
+using namespace store_testing;
+
+namespace {
+
+constexpr char16_t kName[] = u"indexer::CFileWriteCollectorReadCache::";
+
+std::vector<uint8_t> Pattern(size_t size, uint8_t seed = 1) {
+    std::vector<uint8_t> bytes(size);
+    for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(i * 7 + seed + i / 251);
+    return bytes;
+}
+
+// A native read-only descriptor as a borrowed handle (closed by the test).
+struct TNativeFile {
+    explicit TNativeFile(const std::filesystem::path& path, int flags = O_RDONLY)
+        : fd(::open(path.c_str(), flags)) {}
+    ~TNativeFile() {
+        if (fd >= 0) ::close(fd);
+    }
+    platform::NativeHandle Handle() const { return fd; }
+    int fd;
+};
+
+TEST(WriteCollector, UnflushedBytesAreReadFromMemory) {
+    CTempDir dir;
+    CFileWriteCollectorReadCache c;
+    c.Open(dir.Path(u"w.bin"));
+    const auto data = Pattern(10);
+    c.WriteSequentially(data.data(), 10);
+    std::vector<uint8_t> back(10);
+    EXPECT_EQ(c.ReadRandomly(0, back.data(), 10), 10u);
+    EXPECT_EQ(back, data);
+    EXPECT_TRUE(ReadAll(dir.Native("w.bin")).empty());
+    // Asking past the written bytes stops at them.
+    std::vector<uint8_t> more(20);
+    EXPECT_EQ(c.ReadRandomly(4, more.data(), 20), 6u);
+    EXPECT_EQ(c.ReadRandomly(10, more.data(), 20), 0u);
+    c.Close();
+    EXPECT_EQ(ReadAll(dir.Native("w.bin")), data);
+}
+
+TEST(WriteCollector, FullBlockIsFlushedOnlyByTheNextWrite) {
+    CTempDir dir;
+    CFileWriteCollectorReadCache c;
+    c.SetCacheProps(13, 4);
+    c.Open(dir.Path(u"w.bin"));
+    const auto data = Pattern(8193);
+    c.WriteSequentially(data.data(), 8192);
+    EXPECT_EQ(std::filesystem::file_size(dir.Native("w.bin")), 0u);
+    c.WriteSequentially(data.data() + 8192, 1);
+    EXPECT_EQ(std::filesystem::file_size(dir.Native("w.bin")), 8192u);
+    EXPECT_EQ(c.GetWritePos(), 8193u);
+    // The flushed block went to the cache: read across the boundary after
+    // the file was emptied behind the collector's back, still served.
+    std::filesystem::resize_file(dir.Native("w.bin"), 0);
+    std::vector<uint8_t> back(10);
+    EXPECT_EQ(c.ReadRandomly(8186, back.data(), 7), 7u);
+    EXPECT_TRUE(std::equal(back.begin(), back.begin() + 7, data.begin() + 8186));
+    EXPECT_EQ(c.GetCachedBlockCount(), 1u);
+}
+
+TEST(WriteCollector, TypedWritesAndReadsAreLittleEndian) {
+    CTempDir dir;
+    CFileWriteCollectorReadCache c;
+    c.Open(dir.Path(u"t.bin"));
+    c.WriteWord(0x0102);
+    c.WriteDWord(0x03040506);
+    c.WriteLongLong(0x0708090A0B0C0D0Eull);
+    c.WriteDWord(2);
+    c.WriteBuf(u"hi", 4);
+    c.SetReadPos(2);
+    EXPECT_EQ(c.ReadDWord(), 0x03040506u);
+    EXPECT_EQ(c.ReadLongLong(), 0x0708090A0B0C0D0Eull);
+    EXPECT_EQ(c.ReadString(), u"hi");
+    EXPECT_EQ(c.GetReadPos(), 22u);
+    EXPECT_CEXC(c.ReadDWord(), EXPECT_EQ(Deepest(e), std::u16string(kName) +
+                                                         u"ReadBuf fail. Can`t read all data. "
+                                                         u"Pos=0x0000000000000016 Length=0x00000004."));
+    EXPECT_EQ(c.GetReadPos(), 22u);
+    c.Close();
+    EXPECT_EQ(ReadAll(dir.Native("t.bin")),
+              (std::vector<uint8_t>{2, 1, 6, 5, 4, 3, 0xE, 0xD, 0xC, 0xB, 0xA, 9, 8, 7, 2, 0, 0, 0, 'h', 0, 'i', 0}));
+}
+
+TEST(WriteCollector, DamagedStringCountFailsWithoutAHugeAllocation) {
+    CTempDir dir;
+    CFileWriteCollectorReadCache c;
+    c.Open(dir.Path(u"s.bin"));
+    c.WriteDWord(0xFFFFFFFFu);
+    c.WriteBuf(u"abc", 6);
+    EXPECT_CEXC(c.ReadString(), EXPECT_NE(Deepest(e).find(u"Can`t read all data."), std::u16string::npos));
+}
+
+TEST(WriteCollector, LeastRecentlyUsedBlockIsEvicted) {
+    CTempDir dir;
+    WriteAll(dir.Native("r.bin"), Pattern(6 * 512));
+    TNativeFile file(dir.Native("r.bin"));
+    CFileWriteCollectorReadCache c;
+    c.SetCacheProps(9, 4);
+    c.OpenForReadByHandle(file.Handle());
+    uint8_t b;
+    for (uint64_t block : {0, 1, 2, 3, 0, 4}) ASSERT_EQ(c.ReadRandomly(block * 512 + 5, &b, 1), 1u);
+    // 1 was used longest ago; 0 was touched again before 4 came in.
+    ASSERT_EQ(c.GetCachedBlockCount(), 4u);
+    EXPECT_EQ(c.GetCachedBlockPos(0), 4u * 512);
+    EXPECT_EQ(c.GetCachedBlockPos(1), 0u);
+    EXPECT_EQ(c.GetCachedBlockPos(2), 3u * 512);
+    EXPECT_EQ(c.GetCachedBlockPos(3), 2u * 512);
+    c.Close();
+}
+
+TEST(WriteCollector, ReadLimitCutsTheLastBlock) {
+    CTempDir dir;
+    WriteAll(dir.Native("v.bin"), Pattern(4 * 512));
+    TNativeFile file(dir.Native("v.bin"));
+    CScopedLogCapture log;
+    CFileWriteCollectorReadCache c;
+    c.SetCacheProps(9, 4);
+    c.OpenForReadByHandle(file.Handle());
+    c.SetReadMaxLimit(2 * 512 + 100);
+    EXPECT_TRUE(log->Has(u"File read limit = 0x0000000000000464"));
+    std::vector<uint8_t> back(512);
+    EXPECT_EQ(c.ReadRandomly(2 * 512, back.data(), 512), 100u);
+    EXPECT_TRUE(log->Has(u"Unordered last block size 0x00000064"));
+    // The cut block is cached: a second read ends at the limit again, quietly.
+    EXPECT_EQ(c.ReadRandomly(2 * 512 + 90, back.data(), 50), 10u);
+    EXPECT_EQ(c.ReadRandomly(2 * 512 + 100, back.data(), 1), 0u);
+    c.SetReadPos(2 * 512 + 50);
+    EXPECT_ANY_THROW(c.ReadBuf(back.data(), 51));
+    c.Close();
+    EXPECT_GE(file.fd, 0);  // a borrowed handle stays open
+    EXPECT_NE(::lseek(file.fd, 0, SEEK_CUR), -1);
+}
+
+TEST(WriteCollector, ReadAtALimitOnABlockBoundaryThrows) {
+    CTempDir dir;
+    WriteAll(dir.Native("v.bin"), Pattern(4 * 512));
+    TNativeFile file(dir.Native("v.bin"));
+    CFileWriteCollectorReadCache c;
+    c.SetCacheProps(9, 4);
+    c.OpenForReadByHandle(file.Handle());
+    c.SetReadMaxLimit(2 * 512);
+    uint8_t b[4];
+    EXPECT_EQ(c.ReadRandomly(2 * 512 - 2, b, 4), 2u);
+    EXPECT_CEXC(c.ReadRandomly(2 * 512, b, 1),
+                EXPECT_EQ(Deepest(e), std::u16string(kName) +
+                                          u"_ReadBlock fail. FilePos[0x0000000000000400] not less than "
+                                          u"ReadMaxLimit[0x0000000000000400]"));
+    EXPECT_CEXC(c.SetReadMaxLimit(0), {
+        EXPECT_EQ(Deepest(e), std::u16string(kName) + u"SetReadMaxLimit failed. Read limit cannot be zero");
+        EXPECT_EQ(e.GetCode(), kHrInvalidArg);
+    });
+}
+
+TEST(WriteCollector, BlockCutByTheEndOfTheFileStopsTheRead) {
+    CTempDir dir;
+    WriteAll(dir.Native("f.bin"), Pattern(100));
+    TNativeFile file(dir.Native("f.bin"));
+    CFileWriteCollectorReadCache c;
+    c.SetCacheProps(9, 2);
+    c.OpenForReadByHandle(file.Handle());
+    std::vector<uint8_t> back(2000);
+    EXPECT_EQ(c.ReadRandomly(0, back.data(), 2000), 100u);
+    EXPECT_EQ(c.ReadRandomly(100, back.data(), 10), 0u);
+    EXPECT_EQ(c.ReadRandomly(5000, back.data(), 10), 0u);
+}
+
+TEST(WriteCollector, CloseWithoutWritesLeavesAnEmptyFile) {
+    CTempDir dir;
+    CFileWriteCollectorReadCache c;
+    c.Open(dir.Path(u"e.bin"));
+    c.Close();
+    EXPECT_TRUE(std::filesystem::exists(dir.Native("e.bin")));
+    EXPECT_EQ(std::filesystem::file_size(dir.Native("e.bin")), 0u);
+    EXPECT_FALSE(c.IsOpen());
+}
+
+TEST(WriteCollector, StateFailures) {
+    CTempDir dir;
+    const std::u16string name = dir.Path(u"s.bin");
+    CFileWriteCollectorReadCache c;
+    uint8_t b = 0;
+    const std::u16string k(kName);
+    EXPECT_CEXC(c.Close(), EXPECT_EQ(Deepest(e), k + u"Close fail. Files is not opened."));
+    EXPECT_CEXC(c.WriteSequentially(&b, 1), EXPECT_EQ(Deepest(e), k + u"WriteSequentially fail. Files is not opened."));
+    EXPECT_CEXC(c.ReadRandomly(0, &b, 1), EXPECT_EQ(Deepest(e), k + u"ReadRandomly fail. Files is not opened."));
+    EXPECT_CEXC(c.SetCacheProps(8, 4), EXPECT_EQ(e.GetCode(), kHrInvalidArg));
+    EXPECT_CEXC(c.SetCacheProps(13, 0), EXPECT_EQ(e.GetCode(), kHrInvalidArg));
+    c.Open(name);
+    EXPECT_CEXC(c.SetCacheProps(13, 4),
+                EXPECT_EQ(Deepest(e), k + u"SetCacheProps fail. Can`t change properties while files is opened."));
+    EXPECT_CEXC(c.Open(name), EXPECT_EQ(Deepest(e), k + u"Open fail! Files [" + name + u"] is already opened!"));
+    EXPECT_CEXC(c.OpenForWriteByHandle(1), EXPECT_EQ(Deepest(e), k + u"OpenForWriteByHandle fail! Files is already opened for write!"));
+    EXPECT_CEXC(c.OpenForReadByHandle(1), EXPECT_EQ(Deepest(e), k + u"OpenForReadByHandle fail! Files is already opened for read!"));
+    c.Close();
+    EXPECT_CEXC(c.Open(dir.Path(u"no\\such.bin")),
+                EXPECT_EQ(First(e), k + u"Open fail! Cannot create file [" + dir.Path(u"no\\such.bin") + u"] for write!"));
+    EXPECT_FALSE(c.IsOpen());
+
+    // One side only.
+    WriteAll(dir.Native("r.bin"), Pattern(10));
+    TNativeFile file(dir.Native("r.bin"));
+    c.OpenForReadByHandle(file.Handle());
+    EXPECT_CEXC(c.WriteSequentially(&b, 1), EXPECT_EQ(First(e), k + u"WriteSequentially fail. Files is not opened for writing."));
+    c.Close();
+    TNativeFile out(dir.Native("o.bin"), O_WRONLY | O_CREAT | O_TRUNC);
+    c.OpenForWriteByHandle(out.Handle());
+    EXPECT_CEXC(c.ReadRandomly(0, &b, 1), EXPECT_EQ(Deepest(e), k + u"ReadRandomly fail. Files is not opened for reading."));
+    c.WriteSequentially("abc", 3);
+    c.Close();
+    EXPECT_EQ(ReadAll(dir.Native("o.bin")), (std::vector<uint8_t>{'a', 'b', 'c'}));
+}
+
+// A handle on /dev/full: the first block write fails, and Close still lets
+// go of everything before it reports.
+TEST(WriteCollector, FailedBlockWrite) {
+    TNativeFile full("/dev/full", O_WRONLY);
+    if (full.fd < 0) GTEST_SKIP() << "no /dev/full";
+    const auto data = Pattern(600);
+    {
+        CFileWriteCollectorReadCache c;
+        c.SetCacheProps(9, 2);
+        c.OpenForWriteByHandle(full.Handle());
+        c.WriteSequentially(data.data(), 512);
+        EXPECT_CEXC(c.WriteSequentially(data.data(), 1), {
+            EXPECT_EQ(First(e), std::u16string(kName) +
+                                    u"_WriteBlock fail. Can`t Write to file.  Pos=0x0000000000000000 Length=0x00000200.");
+            EXPECT_EQ(e.GetCode(), NormaliseCode(platform::kErrDiskFull));
+        });
+    }
+    CFileWriteCollectorReadCache c;
+    c.OpenForWriteByHandle(full.Handle());
+    c.WriteSequentially(data.data(), 10);
+    EXPECT_ANY_THROW(c.Close());
+    EXPECT_FALSE(c.IsOpen());
+}
+
+// Random writes, each followed by random reads anywhere in what was written
+// so far, against a byte array: small blocks and a two-block cache make
+// every road (write block, cache hit, eviction, reload from disk) common.
+TEST(WriteCollector, RandomReadsWhileWritingMatchAnArray) {
+    CTempDir dir;
+    std::mt19937 rng(12345);
+    for (uint32_t blocks : {1u, 2u, 5u}) {
+        CFileWriteCollectorReadCache c;
+        c.SetCacheProps(9, blocks);
+        c.Open(dir.Path(u"rand.bin"));
+        std::vector<uint8_t> oracle;
+        for (int step = 0; step < 400; ++step) {
+            const auto chunk = Pattern(rng() % 1300, static_cast<uint8_t>(step));
+            c.WriteSequentially(chunk.data(), static_cast<uint32_t>(chunk.size()));
+            oracle.insert(oracle.end(), chunk.begin(), chunk.end());
+            for (int r = 0; r < 3 && !oracle.empty(); ++r) {
+                const uint64_t pos = rng() % oracle.size();
+                const uint32_t want = rng() % 1500;
+                std::vector<uint8_t> back(want);
+                const uint32_t got = c.ReadRandomly(pos, back.data(), want);
+                ASSERT_EQ(got, std::min<uint64_t>(want, oracle.size() - pos)) << "pos " << pos;
+                ASSERT_TRUE(std::equal(back.begin(), back.begin() + got, oracle.begin() + pos));
+            }
+            ASSERT_LE(c.GetCachedBlockCount(), blocks);
+        }
+        c.Close();
+        ASSERT_EQ(ReadAll(dir.Native("rand.bin")), oracle);
+    }
+}
+
+}  // namespace
