@@ -1,0 +1,191 @@
+#include "diag/crash_dump_gen.h"
+
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "base/utf.h"
+#include "diag/crash_handler.h"
+#include "diag/dump_recorder_image.h"
+#include "diag/log.h"
+
+namespace crash {
+namespace {
+
+namespace fs = std::filesystem;
+using ::testing::HasSubstr;
+
+TEST(GetDumpTypeTest, MaskFirstThenModeName) {
+    struct {
+        uint32_t mask;
+        std::u16string name;
+        uint32_t expected;
+    } cases[] = {
+        {0, u"", 0},
+        {0, u"Normal", 0},
+        {0, u"Full", 137479},
+        {0, u"full", 137479},
+        {0, u"Fast", 0},
+        {0, std::u16string(33, u'F'), 0},
+        {2, u"Full", 2},
+        {0x21907, u"", 0x21907},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(GetDumpType(c.mask, c.name), c.expected) << util::Utf16ToUtf8(c.name);
+    EXPECT_EQ(kFullDumpType, 0x21907u);
+}
+
+TEST(RecorderExitCodeTest, KnownCodesHaveWordsUnknownOnesTheirNumber) {
+    EXPECT_EQ(util::Utf16ToUtf8(RecorderFailure(106).GetDescription()),
+              "Dump generator process failed with 106: cannot create dump file");
+    EXPECT_EQ(util::Utf16ToUtf8(RecorderFailure(7).GetDescription()),
+              "Dump generator process failed with 7: 7");
+    const std::pair<uint32_t, const char*> table[] = {
+        {0, "success"},
+        {1, "unspecified failure"},
+        {101, "invalid count of arguments"},
+        {102, "invalid arguments"},
+        {103, "cannot create dump folder"},
+        {104, "cannot delete old dumps"},
+        {105, "invalid dump name"},
+        {107, "cannot write dump content"},
+        {108, "NTDLL is not loaded"},
+        {109, "memset is not exported from NTDLL"},
+        {110, "_vsnwprintf is not exported from NTDLL"},
+        {111, "111"},
+    };
+    for (const auto& [code, text] : table) EXPECT_EQ(util::Utf16ToUtf8(RecorderExitCodeText(code)), text);
+}
+
+class RecorderTest : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const char* tmp = getenv("TMPDIR");
+        std::string pattern = std::string(tmp && *tmp ? tmp : "/tmp") + "/ngi-recorder-XXXXXX";
+        ASSERT_NE(mkdtemp(pattern.data()), nullptr);
+        root = pattern;
+        settings.tempFolder = util::Utf8ToUtf16((root / "tmp").string());
+    }
+    void TearDown() override {
+        GetLog().SetWriter(nullptr);
+        std::error_code ec;
+        fs::remove_all(root, ec);
+    }
+    fs::path root;
+    TDumpSettings settings;
+};
+
+TEST_F(RecorderTest, CommandLineCarriesProcessInfoTypeLimitFolderAndName) {
+    settings.miniDumpModeMask = 0;
+    settings.dumpModeName = u"Full";
+    win32::COutOfProcDumpGen gen(settings, DumpRecorderImage());
+    platform::TCrashInfo info;
+    info.threadId = 4321;
+    const std::string line = util::Utf16ToUtf8(gen.BuildCommandLine(u"", u"Indexer", info));
+    const std::string recorder = util::Utf16ToUtf8(gen.GetRecorderPath());
+    EXPECT_THAT(recorder, ::testing::MatchesRegex(
+                              ".*NorvaDumpRecorder\\{[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}\\}"));
+    const std::string expected = "\"" + recorder + "\" " + std::to_string(getpid()) + " " +
+                                 std::to_string(reinterpret_cast<uintptr_t>(&info)) +
+                                 " 4321 137479 20 \".\" \"Indexer_crash_\"";
+    EXPECT_EQ(line, expected);
+}
+
+TEST_F(RecorderTest, RecorderFileExistsOnlyWhileTheGeneratorLives) {
+    {
+        win32::COutOfProcDumpGen gen(settings, DumpRecorderImage());
+        // POSIX removes the name at once and runs the program from the open
+        // handle; either way nothing is left once the generator is gone.
+        EXPECT_LE(std::distance(fs::directory_iterator(root / "tmp"), fs::directory_iterator()), 1);
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator(root / "tmp"), fs::directory_iterator()), 0);
+}
+
+TEST_F(RecorderTest, ExitCode106WhenTheDumpFileCannotBeCreated) {
+    // A regular file where the dump folder should be: the folder "exists",
+    // and no file can be made inside it.
+    const fs::path notAFolder = root / "file";
+    fs::create_directories(root);
+    std::ofstream(notAFolder) << "x";
+    win32::COutOfProcDumpGen gen(settings, DumpRecorderImage());
+    platform::TCrashInfo info;
+    try {
+        gen.GenerateDump(util::Utf8ToUtf16(notAFolder.string()), u"Indexer", info);
+        FAIL() << "no exception";
+    } catch (const CExc& e) {
+        EXPECT_EQ(util::Utf16ToUtf8(e.GetDescription()),
+                  "Dump generator process failed with 106: cannot create dump file");
+    }
+}
+
+TEST_F(RecorderTest, EmptyImageCannotBeWritten) {
+    try {
+        win32::COutOfProcDumpGen gen(settings, {});
+        FAIL() << "no exception";
+    } catch (const CExc& e) {
+        EXPECT_THAT(util::Utf16ToUtf8(e.GetDescription()),
+                    HasSubstr("Failed to write dump recorder code to "));
+    }
+    EXPECT_EQ(std::distance(fs::directory_iterator(root / "tmp"), fs::directory_iterator()), 0);
+}
+
+TEST_F(RecorderTest, UnusableTempFolderFallsBackToTheInProcessGenerator) {
+    struct CLines : CLogWriter {
+        std::string all;
+        void WriteLine(int32_t, const CLog&, int32_t, std::u16string_view text) override {
+            all += util::Utf16ToUtf8(text) + "\n";
+        }
+    };
+    auto lines = std::make_shared<CLines>();
+    GetLog().SetWriter(lines);
+    std::ofstream(root / "file") << "x";
+    settings.tempFolder = util::Utf8ToUtf16((root / "file" / "tmp").string());
+    settings.outOfProcDumpGen = 1;
+    auto gen = ChooseDumpGenerator(settings, DumpRecorderImage());
+    EXPECT_NE(dynamic_cast<win32::minidump_gen_t*>(gen.get()), nullptr);
+    EXPECT_THAT(lines->all, HasSubstr("Failed to create out-of-process dump generator"));
+    EXPECT_THAT(lines->all, HasSubstr("Failed to create dump recorder file: "));
+
+    settings.tempFolder = util::Utf8ToUtf16((root / "tmp").string());
+    gen = ChooseDumpGenerator(settings, DumpRecorderImage());
+    EXPECT_NE(dynamic_cast<win32::COutOfProcDumpGen*>(gen.get()), nullptr);
+    settings.processDumpsSupported = false;
+    gen = ChooseDumpGenerator(settings, DumpRecorderImage());
+    EXPECT_NE(dynamic_cast<win32::legacy_dump_gen_t*>(gen.get()), nullptr);
+}
+
+// The recorder program's own argument checks, run as the indexer runs it.
+TEST_F(RecorderTest, RecorderRejectsBadArguments) {
+    const char* binaryDir = getenv("NGI_BINARY_DIR");
+    if (!binaryDir) GTEST_SKIP() << "NGI_BINARY_DIR is not set (run through ctest)";
+    const std::u16string recorder =
+        util::Utf8ToUtf16(std::string(binaryDir) + "/tools/dump_recorder/NorvaDumpRecorder");
+    const std::pair<std::u16string, uint32_t> cases[] = {
+        {u"1 2 3", 101},
+        {u"1 0 3 0 20 \"/tmp\" \"x\" extra", 101},
+        {u"abc 0 3 0 20 \"/tmp\" \"x\"", 102},
+        {u"1 0 3 0 20 \"\" \"x\"", 102},
+        {u"1 0 3 0 20 \"/tmp\" \"\"", 102},
+        {u"1 0 3 0 20 \"" + util::Utf8ToUtf16((root / "no" / "such").string()) + u"\" \"x\"", 103},
+        {u"1 0x0 3 0 20 \"/tmp\" \"" + std::u16string(250, u'n') + u"\"", 105},
+    };
+    for (const auto& [args, code] : cases) {
+        platform::TChildProcess process;
+        ASSERT_TRUE(platform::ProcessStart(recorder, platform::kInvalidHandle,
+                                           u"\"" + recorder + u"\" " + args, process))
+            << util::Utf16ToUtf8(args);
+        ASSERT_TRUE(platform::ProcessWait(process));
+        uint32_t exit = 0;
+        ASSERT_TRUE(platform::ProcessGetExitCode(process, &exit));
+        EXPECT_EQ(exit, code) << util::Utf16ToUtf8(args);
+    }
+}
+
+}  // namespace
+}  // namespace crash
