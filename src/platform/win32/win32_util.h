@@ -2,9 +2,11 @@
 // Win32 side only: the edge between the program's UTF-16 strings and the
 // wide-character API, and the handle and error conventions.
 //
-// <windows.h> is included lean, without min/max macros. Its A/W macros
-// (CreateFile, DeleteFile, FindFirstFile, ...) do not clash with the
-// platform layer's names, which were chosen apart from them.
+// <windows.h> is included lean, without min/max macros. Most of its A/W
+// macros (CreateFile, DeleteFile, FindFirstFile, ...) do not clash with the
+// platform layer's names; those that do are undefined below, so that a
+// Win32 source defines and calls the platform's own functions. Include this
+// header before any other Windows header, and call the W forms by name.
 
 #ifndef WIN32_LEAN_AND_MEAN
 #define WIN32_LEAN_AND_MEAN
@@ -13,6 +15,23 @@
 #define NOMINMAX
 #endif
 #include <windows.h>
+
+#undef GetModuleFileName
+#undef GetEnvironmentStrings
+#undef RegOpenKey
+#undef RegQueryValue
+#undef RegEnumKey
+#undef RegEnumValue
+#undef GetVolumePathName
+#undef GetVolumeNameForVolumeMountPoint
+#undef GetVolumePathNamesForVolumeName
+#undef FindFirstVolume
+#undef FindNextVolume
+#undef FindFirstVolumeMountPoint
+#undef FindNextVolumeMountPoint
+#undef GetDriveType
+#undef GetVolumeInformation
+#undef QueryDosDevice
 
 #include <cstdint>
 #include <string>

@@ -1,0 +1,195 @@
+// The Win32 registry, process and time calls under Windows or Wine. The
+// registry keys are made here with the Win32 calls themselves (the platform
+// layer only reads) under HKEY_CURRENT_USER and removed afterwards.
+
+#include "platform/win32/win32_util.h"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <string>
+
+#include "platform/errors.h"
+#include "platform/process.h"
+#include "platform/registry.h"
+#include "platform/time.h"
+
+namespace platform {
+namespace {
+
+class Win32RegistryTest : public testing::Test {
+protected:
+    void SetUp() override {
+        m_SubKey = u"Software\\NgiWin32Test" + std::u16string(u"-") +
+                   FromNumber(::GetCurrentProcessId());
+        HKEY key = nullptr;
+        ASSERT_EQ(::RegCreateKeyExW(HKEY_CURRENT_USER, Wide(m_SubKey), 0, nullptr, 0, KEY_ALL_ACCESS,
+                                    nullptr, &key, nullptr),
+                  ERROR_SUCCESS);
+        DWORD dword = 0x01020304;
+        ::RegSetValueExW(key, L"Priority", 0, REG_DWORD, reinterpret_cast<BYTE*>(&dword), 4);
+        const wchar_t text[] = L"BACKGROUND";
+        ::RegSetValueExW(key, L"Mode", 0, REG_SZ, reinterpret_cast<const BYTE*>(text), sizeof(text));
+        const wchar_t multi[] = L"a\0bc\0";  // with the literal's own null: two at the end
+        ::RegSetValueExW(key, L"List", 0, REG_MULTI_SZ, reinterpret_cast<const BYTE*>(multi),
+                         sizeof(multi));
+        HKEY child = nullptr;
+        ::RegCreateKeyExW(key, L"Child", 0, nullptr, 0, KEY_ALL_ACCESS, nullptr, &child, nullptr);
+        ::RegCloseKey(child);
+        ::RegCloseKey(key);
+    }
+    void TearDown() override { ::RegDeleteTreeW(HKEY_CURRENT_USER, Wide(m_SubKey)); }
+
+    static std::u16string FromNumber(uint32_t n) {
+        std::string s = std::to_string(n);
+        return std::u16string(s.begin(), s.end());
+    }
+    const wchar_t* Wide(const std::u16string& s) { return reinterpret_cast<const wchar_t*>(s.c_str()); }
+
+    std::u16string m_SubKey;
+};
+
+TEST_F(Win32RegistryTest, ReadsValuesAndEnumerates) {
+    CRegKey key;
+    ASSERT_TRUE(RegOpenKey(kHkeyCurrentUser, m_SubKey, kKeyRead, key)) << GetLastError();
+    uint32_t type = 0;
+    std::vector<uint8_t> data;
+    ASSERT_TRUE(RegQueryValue(key, u"mode", type, data));  // names ignore case
+    EXPECT_EQ(type, kRegSz);
+    EXPECT_EQ(RegDataToString(data), u"BACKGROUND");
+    ASSERT_TRUE(RegQueryValue(key, u"List", type, data));
+    EXPECT_EQ(type, kRegMultiSz);
+    EXPECT_EQ(data.size(), 12u);  // "a", "bc", each with its null, one null more
+
+    uint32_t value = 0;
+    ASSERT_TRUE(RegReadDword(kHkeyCurrentUser, m_SubKey, u"Priority", value));
+    EXPECT_EQ(value, 0x01020304u);
+    EXPECT_FALSE(RegReadDword(kHkeyCurrentUser, m_SubKey, u"Mode", value));
+    EXPECT_EQ(GetLastError(), kErrInvalidData);
+
+    std::u16string name;
+    ASSERT_TRUE(RegEnumKey(key, 0, name));
+    EXPECT_EQ(name, u"Child");
+    EXPECT_FALSE(RegEnumKey(key, 1, name));
+    EXPECT_EQ(GetLastError(), kErrNoMoreItems);
+
+    std::vector<std::u16string> names;
+    for (uint32_t i = 0; RegEnumValue(key, i, name, type, data); ++i) names.push_back(name);
+    EXPECT_EQ(GetLastError(), kErrNoMoreItems);
+    std::sort(names.begin(), names.end());
+    EXPECT_EQ(names, (std::vector<std::u16string>{u"List", u"Mode", u"Priority"}));
+}
+
+TEST_F(Win32RegistryTest, Failures) {
+    CRegKey key;
+    EXPECT_FALSE(RegOpenKey(kHkeyCurrentUser, m_SubKey + u"\\None", kKeyRead, key));
+    EXPECT_EQ(GetLastError(), kErrFileNotFound);
+    EXPECT_FALSE(RegOpenKey(0x12345678u, u"Software", kKeyRead, key));
+    EXPECT_EQ(GetLastError(), kErrInvalidParameter);
+
+    uint32_t type = 0;
+    std::vector<uint8_t> data;
+    EXPECT_FALSE(RegQueryValue(key, u"Mode", type, data));  // never opened
+    EXPECT_EQ(GetLastError(), kErrInvalidHandle);
+    ASSERT_TRUE(RegOpenKey(kHkeyCurrentUser, m_SubKey, kKeyRead, key));
+    EXPECT_FALSE(RegQueryValue(key, u"None", type, data));
+    EXPECT_EQ(GetLastError(), kErrFileNotFound);
+}
+
+TEST(Win32Process, ModulePathAndArguments) {
+    std::u16string path;
+    ASSERT_TRUE(GetModuleFileName(path));
+    EXPECT_NE(path.find(u"platform_tests.exe"), std::u16string::npos);
+    auto args = GetCommandLineArguments(0, nullptr);
+    ASSERT_FALSE(args.empty());
+    EXPECT_NE(args[0].find(u"platform_tests"), std::u16string::npos);
+}
+
+TEST(Win32Process, Environment) {
+    std::u16string value;
+    ASSERT_TRUE(SetEnvVar(u"NGI_WIN32_TEST", u"x=1"));
+    ASSERT_TRUE(GetEnvVar(u"NGI_WIN32_TEST", value));
+    EXPECT_EQ(value, u"x=1");
+    std::u16string big(5000, u'v');
+    ASSERT_TRUE(SetEnvVar(u"NGI_WIN32_TEST", big));
+    ASSERT_TRUE(GetEnvVar(u"ngi_win32_test", value));  // names ignore case
+    EXPECT_EQ(value, big);
+    ASSERT_TRUE(SetEnvVar(u"NGI_WIN32_TEST", u""));
+    ASSERT_TRUE(GetEnvVar(u"NGI_WIN32_TEST", value));
+    EXPECT_EQ(value, u"");
+    ASSERT_TRUE(SetEnvVar(u"NGI_WIN32_TEST", u"1"));
+    auto all = GetEnvironmentStrings();
+    EXPECT_NE(std::find(all.begin(), all.end(), u"NGI_WIN32_TEST=1"), all.end());
+    ASSERT_TRUE(UnsetEnvVar(u"NGI_WIN32_TEST"));
+    EXPECT_FALSE(GetEnvVar(u"NGI_WIN32_TEST", value));
+    EXPECT_EQ(GetLastError(), kErrEnvVarNotFound);
+    EXPECT_FALSE(SetEnvVar(u"", u"1"));
+    EXPECT_EQ(GetLastError(), kErrInvalidParameter);
+    EXPECT_FALSE(SetEnvVar(u"A=B", u"1"));
+    EXPECT_EQ(GetLastError(), kErrInvalidParameter);
+}
+
+TEST(Win32Process, NamedMutexSecondHolderSees183) {
+    std::u16string name = u"Local\\NgiWin32Test-" + std::u16string(1, u'a' + ::GetCurrentProcessId() % 26);
+    CHandle first = CreateNamedMutex(name, true);
+    ASSERT_TRUE(first.IsValid());
+    EXPECT_EQ(GetLastError(), kErrSuccess);
+    CHandle second = CreateNamedMutex(name, true);
+    ASSERT_TRUE(second.IsValid());
+    EXPECT_EQ(GetLastError(), kErrAlreadyExists);
+    second.Close();
+    first.Close();
+    CHandle again = CreateNamedMutex(name, false);
+    EXPECT_EQ(GetLastError(), kErrSuccess);
+}
+
+TEST(Win32Process, PriorityClassAndIds) {
+    uint32_t before = GetPriorityClass();
+    ASSERT_NE(before, 0u);
+    ASSERT_TRUE(SetPriorityClass(kBelowNormalPriorityClass));
+    EXPECT_EQ(GetPriorityClass(), kBelowNormalPriorityClass);
+    EXPECT_TRUE(SetPriorityClass(before));
+    EXPECT_FALSE(SetPriorityClass(0x12345u));
+    EXPECT_NE(GetCurrentProcessId(), 0u);
+    EXPECT_NE(GetCurrentThreadId(), 0u);
+    int32_t hr = ComInitialize();
+    EXPECT_TRUE(hr == S_OK || hr == S_FALSE) << hr;
+    ComUninitialize();
+}
+
+TEST(Win32Time, Conversions) {
+    struct Case {
+        TSystemTime time;
+        uint64_t fileTime;
+        uint16_t dayOfWeek;
+    } cases[] = {
+        {{1601, 1, 0, 1, 0, 0, 0, 0}, 0, 1},                         // a Monday
+        {{1970, 1, 0, 1, 0, 0, 0, 0}, 116444736000000000ull, 4},     // a Thursday
+        {{2026, 11, 0, 21, 14, 5, 9, 123}, 134397435091230000ull, 6},
+    };
+    for (const auto& c : cases) {
+        uint64_t ft = 0;
+        ASSERT_TRUE(SystemTimeToFileTime(c.time, ft));
+        EXPECT_EQ(ft, c.fileTime);
+        TSystemTime back;
+        ASSERT_TRUE(FileTimeToSystemTime(ft, back));
+        EXPECT_EQ(back.year, c.time.year);
+        EXPECT_EQ(back.milliseconds, c.time.milliseconds);
+        EXPECT_EQ(back.dayOfWeek, c.dayOfWeek);
+    }
+    uint64_t ft = 0;
+    EXPECT_FALSE(SystemTimeToFileTime({2026, 13, 0, 1, 0, 0, 0, 0}, ft));
+    EXPECT_EQ(GetLastError(), kErrInvalidParameter);
+    TSystemTime t;
+    EXPECT_FALSE(FileTimeToSystemTime(0x8000000000000000ull, t));
+
+    TSystemTime now;
+    GetLocalTime(now);
+    EXPECT_GE(now.year, 2020);
+    std::u16string date = FormatDate({2026, 11, 6, 21, 14, 5, 9, 0});
+    EXPECT_NE(date.find(u"2026"), std::u16string::npos) << std::string(date.begin(), date.end());
+    EXPECT_NE(FormatTime({2026, 11, 6, 21, 14, 5, 9, 0}).find(u"05"), std::u16string::npos);
+}
+
+}  // namespace
+}  // namespace platform
