@@ -1,9 +1,6 @@
 // The write collector and read cache: unflushed reads, block boundaries, LRU
 // order, the read limit, the stop on a short block, failure texts, and a
 // random differential run against a plain byte array.
-#include <fcntl.h>
-#include <unistd.h>
-
 #include <gtest/gtest.h>
 
 #include <numeric>
@@ -25,15 +22,14 @@ std::vector<uint8_t> Pattern(size_t size, uint8_t seed = 1) {
     return bytes;
 }
 
-// A native read-only descriptor as a borrowed handle (closed by the test).
+// A handle the test owns and lends to the collector.
 struct TNativeFile {
-    explicit TNativeFile(const std::filesystem::path& path, int flags = O_RDONLY)
-        : fd(::open(path.c_str(), flags)) {}
-    ~TNativeFile() {
-        if (fd >= 0) ::close(fd);
-    }
-    platform::NativeHandle Handle() const { return fd; }
-    int fd;
+    explicit TNativeFile(std::u16string_view path, uint32_t access = platform::kGenericRead,
+                         uint32_t disposition = platform::kOpenExisting)
+        : handle(platform::FileOpen(path, access, platform::kShareRead | platform::kShareWrite,
+                                    disposition, platform::kAttrNormal)) {}
+    platform::NativeHandle Handle() const { return handle.Get(); }
+    platform::CHandle handle;
 };
 
 TEST(WriteCollector, UnflushedBytesAreReadFromMemory) {
@@ -109,7 +105,7 @@ TEST(WriteCollector, DamagedStringCountFailsWithoutAHugeAllocation) {
 TEST(WriteCollector, LeastRecentlyUsedBlockIsEvicted) {
     CTempDir dir;
     WriteAll(dir.Native("r.bin"), Pattern(6 * 512));
-    TNativeFile file(dir.Native("r.bin"));
+    TNativeFile file(dir.Path(u"r.bin"));
     CFileWriteCollectorReadCache c;
     c.SetCacheProps(9, 4);
     c.OpenForReadByHandle(file.Handle());
@@ -127,7 +123,7 @@ TEST(WriteCollector, LeastRecentlyUsedBlockIsEvicted) {
 TEST(WriteCollector, ReadLimitCutsTheLastBlock) {
     CTempDir dir;
     WriteAll(dir.Native("v.bin"), Pattern(4 * 512));
-    TNativeFile file(dir.Native("v.bin"));
+    TNativeFile file(dir.Path(u"v.bin"));
     CScopedLogCapture log;
     CFileWriteCollectorReadCache c;
     c.SetCacheProps(9, 4);
@@ -143,14 +139,14 @@ TEST(WriteCollector, ReadLimitCutsTheLastBlock) {
     c.SetReadPos(2 * 512 + 50);
     EXPECT_ANY_THROW(c.ReadBuf(back.data(), 51));
     c.Close();
-    EXPECT_GE(file.fd, 0);  // a borrowed handle stays open
-    EXPECT_NE(::lseek(file.fd, 0, SEEK_CUR), -1);
+    int64_t size = 0;  // a borrowed handle stays open
+    EXPECT_TRUE(platform::FileGetSize(file.Handle(), &size));
 }
 
 TEST(WriteCollector, ReadAtALimitOnABlockBoundaryThrows) {
     CTempDir dir;
     WriteAll(dir.Native("v.bin"), Pattern(4 * 512));
-    TNativeFile file(dir.Native("v.bin"));
+    TNativeFile file(dir.Path(u"v.bin"));
     CFileWriteCollectorReadCache c;
     c.SetCacheProps(9, 4);
     c.OpenForReadByHandle(file.Handle());
@@ -170,7 +166,7 @@ TEST(WriteCollector, ReadAtALimitOnABlockBoundaryThrows) {
 TEST(WriteCollector, BlockCutByTheEndOfTheFileStopsTheRead) {
     CTempDir dir;
     WriteAll(dir.Native("f.bin"), Pattern(100));
-    TNativeFile file(dir.Native("f.bin"));
+    TNativeFile file(dir.Path(u"f.bin"));
     CFileWriteCollectorReadCache c;
     c.SetCacheProps(9, 2);
     c.OpenForReadByHandle(file.Handle());
@@ -214,11 +210,11 @@ TEST(WriteCollector, StateFailures) {
 
     // One side only.
     WriteAll(dir.Native("r.bin"), Pattern(10));
-    TNativeFile file(dir.Native("r.bin"));
+    TNativeFile file(dir.Path(u"r.bin"));
     c.OpenForReadByHandle(file.Handle());
     EXPECT_CEXC(c.WriteSequentially(&b, 1), EXPECT_EQ(First(e), k + u"WriteSequentially fail. Files is not opened for writing."));
     c.Close();
-    TNativeFile out(dir.Native("o.bin"), O_WRONLY | O_CREAT | O_TRUNC);
+    TNativeFile out(dir.Path(u"o.bin"), platform::kGenericWrite, platform::kCreateAlways);
     c.OpenForWriteByHandle(out.Handle());
     EXPECT_CEXC(c.ReadRandomly(0, &b, 1), EXPECT_EQ(Deepest(e), k + u"ReadRandomly fail. Files is not opened for reading."));
     c.WriteSequentially("abc", 3);
@@ -229,8 +225,8 @@ TEST(WriteCollector, StateFailures) {
 // A handle on /dev/full: the first block write fails, and Close still lets
 // go of everything before it reports.
 TEST(WriteCollector, FailedBlockWrite) {
-    TNativeFile full("/dev/full", O_WRONLY);
-    if (full.fd < 0) GTEST_SKIP() << "no /dev/full";
+    TNativeFile full(u"/dev/full", platform::kGenericWrite);
+    if (!full.handle.IsValid()) GTEST_SKIP() << "no /dev/full";
     const auto data = Pattern(600);
     {
         CFileWriteCollectorReadCache c;
