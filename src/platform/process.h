@@ -73,6 +73,11 @@ uint32_t GetPriorityClass();
 // the nice value and I/O class each thread had.
 bool SetPriorityClass(uint32_t value);
 
+// The four parts of a module's file version (GetFileVersionInfoW, the
+// fixed file info). POSIX: executables carry no version resource; false
+// with 1813 (kErrResourceTypeNotFound).
+bool GetFileVersion(std::u16string_view modulePath, uint16_t (&parts)[4]);
+
 uint32_t GetCurrentProcessId();
 // POSIX: the kernel thread id (gettid).
 uint32_t GetCurrentThreadId();

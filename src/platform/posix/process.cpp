@@ -297,6 +297,10 @@ bool SetPriorityClass(uint32_t value) {
     return posix::Fail(kErrInvalidParameter);
 }
 
+bool GetFileVersion(std::u16string_view, uint16_t (&)[4]) {
+    return posix::Fail(kErrResourceTypeNotFound);
+}
+
 uint32_t GetCurrentProcessId() { return static_cast<uint32_t>(::getpid()); }
 uint32_t GetCurrentThreadId() { return static_cast<uint32_t>(CurrentTid()); }
 
