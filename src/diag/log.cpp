@@ -1,5 +1,7 @@
 #include "diag/log.h"
 
+#include "diag/log_file.h"
+
 CLog::CLog()
     : m_State(std::make_shared<CSharedState>()), m_Alignment(std::make_shared<CMsgAligment>()) {
     m_State->m_Lock = std::make_shared<CLogLock>();
@@ -46,6 +48,9 @@ void CLog::LogException(std::u16string_view message, const CExc& e) {
 void CLog::SetWriter(std::shared_ptr<CLogWriter> writer) {
     std::lock_guard<std::recursive_mutex> lock(m_State->m_Lock->m_Mutex);
     m_State->m_Writer = std::move(writer);
+    m_State->m_FileName.clear();
+    if (auto* file = dynamic_cast<CFileLogWriter*>(m_State->m_Writer.get()))
+        m_State->m_FileName = file->GetCurrentFileName();
 }
 
 void CLog::SetLevel(int32_t level) {
@@ -68,6 +73,12 @@ int32_t CLog::GetLevel() const {
 
 void CLog::GetLogFileName(std::u16string& name) const {
     std::lock_guard<std::recursive_mutex> lock(m_State->m_Lock->m_Mutex);
+    // A file writer opens its file at the first line and changes it at
+    // midnight: ask it for the file it writes now.
+    if (auto* file = dynamic_cast<CFileLogWriter*>(m_State->m_Writer.get())) {
+        std::u16string current = file->GetCurrentFileName();
+        if (!current.empty()) m_State->m_FileName = std::move(current);
+    }
     name = m_State->m_FileName;
 }
 

@@ -1,0 +1,36 @@
+#pragma once
+// The registry settings of the indexer (docs/settings.md). Each reader opens
+// the key, reads the value and falls back on its default, without a word,
+// when the key or the value is missing, has another type, or can't be read.
+//
+// They live here, below every subsystem that consumes them (the walk, the
+// NTFS pipeline, the crash handler), and read nothing but the registry.
+
+#include <cstdint>
+#include <string>
+
+namespace settings {
+
+// HKEY_LOCAL_MACHINE keys.
+inline constexpr char16_t kSettingsKey[] = u"SOFTWARE\\NorvA\\Norva Archive and Mirror";
+inline constexpr char16_t kPriorityKey[] = u"Software\\Norva\\Norva Archive And Mirror";
+
+// IndexerMaxNestedFolders: the deepest folder nesting followed; 0 (the
+// default) for no limit.
+uint32_t GetMaxNestedFolders();
+// IndexerSkipReparsePoints: reparse points are not followed; default false.
+bool IsSkipReparsePoints();
+// IndexerSkipReparsePointUNC: links to UNC paths are not followed; default true.
+bool IsSkipReparsePointUNC();
+// IndexerSkipOwnersParsing: owners are not read from the volume; default false.
+bool IsSkipOwnersParsing();
+// OutOfProcDumpGen: crash dumps are written by a separate process; default false.
+bool IsOutOfProcDumpGen();
+// MiniDumpModeMask: the dump type mask; default 0.
+uint32_t GetMiniDumpModeMask();
+// SqlTempLogPath: the dump mode text ("Normal" or "Full") when the mask is
+// 0; a string of at most 32 characters (a longer one reads as empty);
+// default empty.
+std::u16string GetSqlTempLogPath();
+
+}  // namespace settings
