@@ -1,0 +1,161 @@
+#include "inputs/inc_exc_node.h"
+
+#include "base/case.h"
+#include "diag/log.h"
+#include "inputs/path_utils.h"
+
+namespace indexer {
+
+CIncExcNode::CIncExcNode(const std::vector<std::u16string>& include,
+                         const std::vector<std::u16string>& exclude) {
+    m_IncExcFlag = include.empty() ? kIncExcInc : kIncExcNode;
+    for (const auto& path : include) AddSubdirectory(*this, path, m_IncExcFlag, kIncExcKindInclude);
+    for (const auto& path : exclude) AddSubdirectory(*this, path, m_IncExcFlag, kIncExcKindExclude);
+}
+
+void AddSubdirectory(CIncExcNode& node, std::u16string_view path, uint32_t parentFlags, uint32_t kind) {
+    GetLog().Detail(u"Add subdirectory '%1' to filter tree.", path);
+    const size_t sep = path.find(u'\\');
+    const std::u16string_view first = path.substr(0, sep);
+    const std::u16string_view rest = sep == std::u16string_view::npos ? std::u16string_view{}
+                                                                      : path.substr(sep + 1);
+    if (CIncExcNode* child = FindChild(first, node)) {
+        if (rest.empty()) {
+            GetLog().Warning(u"Directory '%1' already exist. Subdirs is empty.", first);
+            child->m_IncExcFlag = (child->m_IncExcFlag & ~(kIncExcInc | kIncExcExc)) | kind;
+            return;
+        }
+        if (child->m_IncExcFlag & kIncExcExc) {
+            if (kind == kIncExcKindExclude) {
+                GetLog().Warning(u"Parent directory [%1] already excluded.", first);
+                return;
+            }
+            child->m_IncExcFlag = kIncExcNode;
+        } else if (!(child->m_IncExcFlag & kIncExcNode)) {
+            child->m_IncExcFlag |= parentFlags | kIncExcNode;
+        }
+        AddSubdirectory(*child, rest, child->m_IncExcFlag, kind);
+        return;
+    }
+    CIncExcNode added{std::u16string(first), kind};
+    if (!rest.empty()) {
+        GetLog().Detail(u"    Add new node directory '%1' and subdir path '%2'", first, rest);
+        added.m_IncExcFlag = parentFlags;
+        AddSubdirectory(added, rest, added.m_IncExcFlag, kind);
+    }
+    node.m_Children.push_back(std::move(added));
+    node.m_IncExcFlag = (node.m_IncExcFlag | kIncExcNode) & ~kIncExcExc;
+}
+
+CIncExcNode* FindChild(std::u16string_view name, CIncExcNode& node) {
+    for (auto& child : node.m_Children)
+        if (util::EqualNoCase(child.m_Name, name)) return &child;
+    return nullptr;
+}
+
+const CIncExcNode* FindChild(std::u16string_view name, const CIncExcNode& node) {
+    return FindChild(name, const_cast<CIncExcNode&>(node));
+}
+
+bool IsItemIncluded(uint32_t flags, const CIncExcNode& node, std::u16string_view path,
+                    std::u16string_view name, const CIncExcNode*& child) {
+    child = nullptr;
+    if (!(flags & kIncExcNode)) return true;
+    child = FindChild(name, node);
+    if (child) {
+        if (child->m_IncExcFlag & kIncExcExc) {
+            GetLog().Detail(u"Directory '%1\\%2' is excluded!", path, name);
+            return false;
+        }
+        return true;
+    }
+    return (node.m_IncExcFlag & kIncExcInc) != 0;
+}
+
+bool IsPathIncluded(const std::vector<TPathPart>& parts, const CIncExcNode& root) {
+    const CIncExcNode* node = &root;
+    uint32_t flags = root.m_IncExcFlag;
+    for (size_t i = 1; i < parts.size(); ++i) {
+        const CIncExcNode* child = FindChild(parts[i].View(), *node);
+        if (!child) break;
+        flags = child->m_IncExcFlag;
+        if (child->m_Children.empty()) break;
+        node = child;
+    }
+    return (flags & kIncExcInc) != 0;
+}
+
+namespace {
+
+// The child whose reference matches; children with reference 0 are skipped
+// with an error line, as they were never resolved.
+const CIncExcNode* FindChildByReference(const CIncExcNode& node, uint64_t reference) {
+    for (const auto& child : node.m_Children) {
+        if (child.m_Reference == 0) {
+            GetLog().Error(u"Zero reference for [%1].", child.m_Name);
+            continue;
+        }
+        if (child.m_Reference == reference) return &child;
+    }
+    return nullptr;
+}
+
+// The walk shared by both lookups; `findFinal` looks for the item itself
+// among the children of its parent's node.
+template <class FindFinal>
+uint32_t WalkByReferences(const std::vector<uint64_t>& references, const CIncExcNode& root,
+                          FindFinal findFinal) {
+    const CIncExcNode* node = &root;
+    uint32_t flags = root.m_IncExcFlag;
+    bool found = true;
+    for (uint64_t reference : references) {
+        if (node->m_Children.empty()) break;
+        const CIncExcNode* child = FindChildByReference(*node, reference);
+        found = child != nullptr;
+        if (!found) break;
+        node = child;
+        flags = child->m_IncExcFlag == kIncExcNode ? kIncExcExc : (child->m_IncExcFlag & ~kIncExcNode);
+    }
+    if (found) {
+        const CIncExcNode* item = findFinal(*node);
+        if (item)
+            flags = item->m_IncExcFlag;
+        else
+            found = false;
+    }
+    if (!found && flags == kIncExcNode) return kIncExcExc;
+    return flags;
+}
+
+}  // namespace
+
+uint32_t GetFlagsByReferences(const std::vector<uint64_t>& references, uint64_t finalReference,
+                              const CIncExcNode& root) {
+    return WalkByReferences(references, root, [finalReference](const CIncExcNode& node) {
+        return FindChildByReference(node, finalReference);
+    });
+}
+
+uint32_t GetFlagsByReferencesAndName(const std::vector<uint64_t>& references,
+                                     std::u16string_view finalName, const CIncExcNode& root) {
+    return WalkByReferences(references, root, [finalName](const CIncExcNode& node) {
+        return FindChild(finalName, node);
+    });
+}
+
+std::u16string IncExcFlagText(uint32_t flags) {
+    std::u16string text;
+    if (flags & kIncExcNode) text += u"NODE ";
+    if (flags & kIncExcExc) text += u"EXC ";
+    if (flags & kIncExcInc) text += u"INC ";
+    return text;
+}
+
+void DumpTree(const CIncExcNode& node, int depth) {
+    std::u16string format(static_cast<size_t>(depth < 0 ? 0 : depth) * 4, u' ');
+    format += u"%1 - %2";
+    GetLog().Detail(format, node.m_Name, IncExcFlagText(node.m_IncExcFlag));
+    for (const auto& child : node.m_Children) DumpTree(child, depth + 1);
+}
+
+}  // namespace indexer
