@@ -106,9 +106,10 @@ CHandle ProgramFileCreate(std::u16string_view path);
 // run from this handle (ProcessStart).
 CHandle ProgramFileOpenForDeletion(std::u16string_view path);
 
-// A started child process.
+// A started child process. Move-only.
 struct TChildProcess {
     int64_t id = 0;          // process id; 0 when none was started
+    CHandle handle;          // Windows: the process handle; POSIX: unused
     bool finished = false;
     uint32_t exitCode = 0;   // valid when finished; POSIX: a signal s gives 128 + s
 };

@@ -17,12 +17,13 @@
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "base/format.h"
-#include "base/utf.h"
 #include "platform/crash.h"
 #include "platform/errors.h"
 #include "platform/file.h"
+#include "platform/process.h"
 #include "platform/time.h"
 
 namespace {
@@ -32,7 +33,7 @@ constexpr int kBadArgCount = 101, kBadArgs = 102, kNoFolder = 103, kBadName = 10
 constexpr size_t kMaxPath = 260;
 
 // Decimal or "0x" hexadecimal, with an optional sign; the whole text.
-bool ParseNumber(std::string_view text, int64_t& value) {
+bool ParseNumber(std::u16string_view text, int64_t& value) {
     bool negative = false;
     if (!text.empty() && (text[0] == '-' || text[0] == '+')) {
         negative = text[0] == '-';
@@ -45,7 +46,7 @@ bool ParseNumber(std::string_view text, int64_t& value) {
     }
     if (text.empty() || text.size() > 16) return false;
     uint64_t v = 0;
-    for (char c : text) {
+    for (char16_t c : text) {
         int d = c >= '0' && c <= '9'   ? c - '0'
                 : c >= 'a' && c <= 'f' ? c - 'a' + 10
                 : c >= 'A' && c <= 'F' ? c - 'A' + 10
@@ -60,14 +61,15 @@ bool ParseNumber(std::string_view text, int64_t& value) {
 }  // namespace
 
 int main(int argc, char** argv) {
-    if (argc != 8) return kBadArgCount;
+    const std::vector<std::u16string> args = platform::GetCommandLineArguments(argc, argv);
+    if (args.size() != 8) return kBadArgCount;
     int64_t process = 0, crashInfo = 0, thread = 0, dumpType = 0, limit = 0;
-    if (!ParseNumber(argv[1], process) || !ParseNumber(argv[2], crashInfo) ||
-        !ParseNumber(argv[3], thread) || !ParseNumber(argv[4], dumpType) ||
-        !ParseNumber(argv[5], limit) || process <= 0 || thread < 0)
+    if (!ParseNumber(args[1], process) || !ParseNumber(args[2], crashInfo) ||
+        !ParseNumber(args[3], thread) || !ParseNumber(args[4], dumpType) ||
+        !ParseNumber(args[5], limit) || process <= 0 || thread < 0)
         return kBadArgs;
-    const std::u16string folder = util::Utf8ToUtf16(argv[6]);
-    const std::u16string name = util::Utf8ToUtf16(argv[7]);
+    const std::u16string& folder = args[6];
+    const std::u16string& name = args[7];
     if (folder.empty() || name.empty()) return kBadArgs;
 
     if (!platform::DirCreate(folder) && platform::GetLastError() != platform::kErrAlreadyExists)

@@ -1,12 +1,14 @@
 // The dump recorder's bytes, taken into this object file by the assembler
-// from the stripped copy that CMake makes (NGI_RECORDER_IMAGE_FILE).
+// from the stripped copy that CMake makes (NGI_RECORDER_IMAGE_FILE), into
+// the read-only data section of the target's object format
+// (NGI_RODATA_SECTION).
 
 #include "diag/dump_recorder_image.h"
 
 #define NGI_STR2(x) #x
 #define NGI_STR(x) NGI_STR2(x)
 
-asm(".section .rodata\n"
+asm(".section " NGI_STR(NGI_RODATA_SECTION) "\n"
     ".balign 16\n"
     "ngi_dump_recorder_image_begin:\n"
     ".incbin \"" NGI_STR(NGI_RECORDER_IMAGE_FILE) "\"\n"

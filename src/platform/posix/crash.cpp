@@ -22,6 +22,7 @@
 #include "base/utf.h"
 #include "platform/errors.h"
 #include "platform/posix/crash_core.h"
+#include "platform/posix/native_path.h"
 #include "platform/posix/posix_errors.h"
 
 extern char** environ;
@@ -105,14 +106,6 @@ bool InstallAltStack() {
         return posix::FailErrno();
     }
     return true;  // the stack stays for the thread's life
-}
-
-// The program's spelling of a path ("/tmp/x\name") as the system's.
-std::string NativePath(std::u16string_view path) {
-    std::string native = util::Utf16ToUtf8(path);
-    for (char& c : native)
-        if (c == '\\') c = '/';
-    return native;
 }
 
 // CommandLineToArgvW's rules: blanks separate; double quotes group; 2n
@@ -243,7 +236,8 @@ uint64_t DuplicateCurrentProcess() {
 }
 
 CHandle ProgramFileCreate(std::u16string_view path) {
-    const std::string native = NativePath(path);
+    std::string native;
+    if (!posix::ToNativePath(path, native)) return CHandle();
     int fd;
     do {
         fd = open(native.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0700);
@@ -253,7 +247,8 @@ CHandle ProgramFileCreate(std::u16string_view path) {
 }
 
 CHandle ProgramFileOpenForDeletion(std::u16string_view path) {
-    const std::string native = NativePath(path);
+    std::string native;
+    if (!posix::ToNativePath(path, native)) return CHandle();
     int fd = open(native.c_str(), O_RDONLY | O_CLOEXEC);
     if (fd < 0) {
         posix::FailErrno();
@@ -270,9 +265,11 @@ CHandle ProgramFileOpenForDeletion(std::u16string_view path) {
 
 bool ProcessStart(std::u16string_view application, NativeHandle programFile,
                   std::u16string_view commandLine, TChildProcess& process) {
-    process = TChildProcess();
+    process.id = 0;
+    process.finished = false;
+    std::string path;
+    if (programFile == kInvalidHandle && !posix::ToNativePath(application, path)) return false;
     std::vector<std::string> args = SplitCommandLine(commandLine);
-    const std::string path = NativePath(application);
     if (args.empty()) args.push_back(path);
     std::vector<char*> argv;
     for (auto& a : args) argv.push_back(a.data());
@@ -309,7 +306,8 @@ bool ProcessStart(std::u16string_view application, NativeHandle programFile,
     process.id = child;
     if (n == static_cast<ssize_t>(sizeof(err))) {
         ProcessWait(process);
-        process = TChildProcess();
+        process.id = 0;
+        process.finished = false;
         return posix::Fail(posix::Win32FromErrno(err));
     }
     return true;
