@@ -1,0 +1,111 @@
+// Volume calls, raw access, reparse data, privileges and file security under
+// Windows or Wine. Wine's drive C: is a folder of the prefix, so these check
+// the shape of the answers and the error numbers, not a particular machine.
+
+#include <gtest/gtest.h>
+
+#include <filesystem>
+#include <string>
+
+#include "platform/codepage.h"
+#include "platform/errors.h"
+#include "platform/file.h"
+#include "platform/file_acl.h"
+#include "platform/reparse.h"
+#include "platform/volume.h"
+#include "platform/volume_io.h"
+
+namespace platform {
+namespace {
+
+constexpr uint32_t kMaxPath = 261;
+
+TEST(Win32Volumes, DriveCAnswers) {
+    std::u16string mountPoint;
+    ASSERT_TRUE(GetVolumePathName(u"C:\\windows\\system32", mountPoint, kMaxPath)) << GetLastError();
+    EXPECT_EQ(mountPoint, u"C:\\");
+    EXPECT_FALSE(GetVolumePathName(u"C:\\windows\\system32", mountPoint, 2));  // "C:\" needs 4
+    EXPECT_EQ(GetLastError(), kErrFilenameExcedRange);
+
+    EXPECT_EQ(GetDriveType(u"C:\\"), kDriveFixed);
+
+    TVolumeInformation info;
+    ASSERT_TRUE(GetVolumeInformation(u"C:\\", info, kMaxPath, kMaxPath)) << GetLastError();
+    EXPECT_FALSE(info.fileSystemName.empty());
+
+    std::vector<std::u16string> targets;
+    uint32_t stored = QueryDosDevice(u"C:", targets, 1024);
+    ASSERT_NE(stored, 0u) << GetLastError();
+    ASSERT_FALSE(targets.empty());
+    EXPECT_EQ(targets[0].substr(0, 1), u"\\");  // an NT device name
+    EXPECT_EQ(QueryDosDevice(u"C:", targets, 1), 0u);
+    EXPECT_EQ(GetLastError(), kErrInsufficientBuffer);
+}
+
+TEST(Win32Volumes, EnumerationEndsOrIsEmpty) {
+    // Wine may know no volume GUIDs at all; then the first call says 18.
+    std::u16string name;
+    CVolumeFindHandle h = SystemVolumes().FindFirstVolume(name, kMaxPath);
+    if (!h.IsValid()) {
+        EXPECT_EQ(GetLastError(), kErrNoMoreFiles);
+        return;
+    }
+    int count = 1;
+    EXPECT_EQ(name.substr(0, 11), u"\\\\?\\Volume{");
+    while (SystemVolumes().FindNextVolume(h, name, kMaxPath) && count < 1000) ++count;
+    EXPECT_EQ(GetLastError(), kErrNoMoreFiles);
+    CVolumeFindHandle none;
+    EXPECT_FALSE(SystemVolumes().FindNextVolume(none, name, kMaxPath));
+    EXPECT_EQ(GetLastError(), kErrInvalidHandle);
+}
+
+class Win32RawTest : public testing::Test {
+protected:
+    void SetUp() override {
+        m_Path = (std::filesystem::temp_directory_path() / "ngi-win32-raw.img").u16string();
+        CHandle h = FileOpen(m_Path, kGenericWrite, 0, kCreateAlways, kAttrNormal);
+        ASSERT_TRUE(h.IsValid());
+        char sector[512] = {};
+        uint32_t done = 0;
+        ASSERT_TRUE(FileWrite(h.Get(), sector, sizeof(sector), &done));
+    }
+    void TearDown() override { FileDelete(m_Path); }
+    std::u16string m_Path;
+};
+
+TEST_F(Win32RawTest, ImageFileStandsInForAVolume) {
+    CHandle h = OpenVolumeDevice(m_Path, kGenericRead, kShareRead | kShareWrite, kOpenExisting, 0);
+    ASSERT_TRUE(h.IsValid()) << GetLastError();
+    // Refused by the file system for a plain file, accepted by the layer.
+    EXPECT_TRUE(AllowExtendedDasdIo(h.Get())) << GetLastError();
+    EXPECT_FALSE(AllowExtendedDasdIo(kInvalidHandle));
+    int64_t size = 0;
+    ASSERT_TRUE(FileGetSize(h.Get(), &size));
+    EXPECT_EQ(size, 512);
+}
+
+TEST_F(Win32RawTest, ReparseDataOfAPlainFile) {
+    CHandle h = FileOpen(m_Path, kGenericRead, kShareRead, kOpenExisting,
+                         kFlagOpenReparsePoint | kFlagBackupSemantics);
+    ASSERT_TRUE(h.IsValid());
+    uint8_t buffer[kMaxReparseDataSize];
+    uint32_t returned = 99;
+    EXPECT_FALSE(GetReparsePoint(h.Get(), buffer, sizeof(buffer), &returned));
+    EXPECT_EQ(GetLastError(), kErrNotAReparsePoint);
+    EXPECT_EQ(returned, 0u);
+}
+
+TEST_F(Win32RawTest, UsersGetFullAccess) { EXPECT_TRUE(AllowUsersFullAccess(m_Path)) << GetLastError(); }
+
+TEST(Win32Privileges, UnknownNameIs1313) {
+    EXPECT_FALSE(EnableProcessPrivilege(u"SeNoSuchPrivilege"));
+    EXPECT_EQ(GetLastError(), 1313u);
+}
+
+TEST(Win32CodePage, AsciiConverts) {
+    EXPECT_EQ(AnsiToUtf16("NorvaGuestIndexer"), u"NorvaGuestIndexer");
+    EXPECT_EQ(AnsiToUtf16(""), u"");
+}
+
+}  // namespace
+}  // namespace platform
