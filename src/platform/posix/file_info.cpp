@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 
 #include "platform/file.h"
+#include "platform/posix/mount_folder.h"
 
 namespace platform::posix {
 
@@ -36,6 +37,12 @@ bool StatAt(int dir, const char* name, TFindData& data) {
         data.reparseTag = kReparseTagSymlink;
     } else if (S_ISDIR(st.stx_mode)) {
         data.attributes = kAttrDirectory;
+        // A folder where another volume is mounted, met as an entry, is a
+        // mount-point reparse point, as Windows shows a folder mount.
+        if (name[0] != '\0' && MountedVolumeName(st)) {
+            data.attributes |= kAttrReparsePoint;
+            data.reparseTag = kReparseTagMountPoint;
+        }
     } else {
         data.attributes = kAttrArchive;
         if (S_ISREG(st.stx_mode)) data.size = st.stx_size;

@@ -8,6 +8,7 @@
 namespace platform::posix {
 
 inline constexpr uint32_t kReparseTagSymlink = 0xA000000Cu;
+inline constexpr uint32_t kReparseTagMountPoint = 0xA0000003u;
 
 // FILETIME ticks (100 ns since 1601-01-01 UTC) of a Unix time; 0 before 1601.
 uint64_t FileTimeFromUnix(int64_t seconds, uint32_t nanoseconds);
@@ -19,6 +20,8 @@ uint64_t FileTimeFromUnix(int64_t seconds, uint32_t nanoseconds);
 //   - a symbolic link: kAttrReparsePoint, tag 0xA000000C, kAttrDirectory when
 //     its target is a folder (else kAttrArchive), size 0;
 //   - a folder: kAttrDirectory, size 0; anything else: kAttrArchive;
+//   - a folder named by `name` where another volume is mounted
+//     (posix/mount_folder.h): also kAttrReparsePoint, tag 0xA0000003;
 //   - kAttrReadOnly when the owner has no write permission (not for links);
 //   - times: creation is the birth time where the file system keeps one,
 //     else the last write time.

@@ -1,0 +1,43 @@
+// Raw volume handles on Linux: devices and image files are files; a volume
+// that is only a folder reads as zeros.
+
+#include "platform/volume_io.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include "platform/errors.h"
+#include "platform/posix/posix_errors.h"
+
+namespace platform {
+
+CHandle OpenVolumeDevice(std::u16string_view name, uint32_t access, uint32_t share,
+                         uint32_t disposition, uint32_t flagsAndAttributes) {
+    // With backup semantics a folder opens too, and can be told apart.
+    CHandle h = FileOpen(name, access, share, disposition, flagsAndAttributes | kFlagBackupSemantics);
+    if (!h.IsValid()) return h;
+    struct stat st {};
+    if (::fstat(static_cast<int>(h.Get()), &st) != 0) {
+        posix::FailErrno();
+        return CHandle();
+    }
+    if (!S_ISDIR(st.st_mode)) return h;
+    // No file system bytes behind a folder: a device of zeros, which no
+    // boot-sector probe recognises.
+    const int zero = ::open("/dev/zero", O_RDONLY | O_CLOEXEC);
+    if (zero < 0) {
+        posix::FailErrno();
+        return CHandle();
+    }
+    return CHandle(zero);
+}
+
+bool AllowExtendedDasdIo(NativeHandle h) {
+    if (h == kInvalidHandle || h < 0) return posix::Fail(kErrInvalidHandle);
+    return true;
+}
+
+bool EnableProcessPrivilege(std::u16string_view) { return true; }
+
+}  // namespace platform
