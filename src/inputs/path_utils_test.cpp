@@ -1,0 +1,178 @@
+#include "inputs/path_utils.h"
+
+#include <gtest/gtest.h>
+
+#include "base/utf.h"
+#include "platform/errors.h"
+#include "platform/file.h"
+#include "platform/volume_table.h"
+#include "testing/log_capture.h"
+#include "testing/temp_dir.h"
+
+namespace indexer {
+namespace {
+
+const std::u16string kVolC = u"\\\\?\\Volume{0000000c-0000-0000-0000-000000000001}";
+const std::u16string kVolLoose = u"\\\\?\\Volume{00000001-0000-0000-0000-000000000001}";
+
+platform::CVolumeTable MakeTable() {
+    std::vector<platform::TVolumeTableEntry> volumes(3);
+    volumes[0].mountPoints = {u"C:"};
+    volumes[0].volumeName = kVolC;
+    volumes[1].mountPoints = {u"C:\\mnt\\data"};
+    volumes[2].volumeName = kVolLoose;  // mounted nowhere
+    return platform::CVolumeTable(std::move(volumes), {});
+}
+
+std::vector<std::u16string> Texts(const std::vector<TPathPart>& parts) {
+    std::vector<std::u16string> texts;
+    for (const auto& part : parts) {
+        EXPECT_EQ(part.Length, part.MaximumLength);
+        texts.emplace_back(part.View());
+    }
+    return texts;
+}
+
+TEST(PathUtilsTest, NtNamesBecomeWin32Names) {
+    platform::CVolumeTable table = MakeTable();
+    struct {
+        std::u16string in, out;
+        const char16_t* logged;
+    } cases[] = {
+        {u"\\??\\C:\\dir", u"C:\\dir", nullptr},
+        {u"\\DosDevice\\C:\\dir", u"C:\\dir", nullptr},
+        {u"\\..\\C:\\dir", u"C:\\dir", nullptr},
+        {u"C:\\dir", u"C:\\dir", nullptr},
+        {u"\\Device\\HarddiskVolume1\\dir", u"",
+         u"indexer::ConvertNamespaceNTtoWin32 can`t convert path [\\Device\\HarddiskVolume1\\dir]"},
+        {u"\\??\\Volume{0000000c-0000-0000-0000-000000000001}\\dir", u"C:\\dir", nullptr},
+        {kVolC + u"\\dir\\x", u"C:\\dir\\x", nullptr},
+        {kVolC, u"C:\\", nullptr},
+        {kVolLoose + u"\\dir", u"", nullptr},  // a volume without a mount point
+        {u"\\\\?\\Volume{00000000-0000-0000-0000-00000000000f}\\dir", u"",
+         u"Unable to retrieve mount points for volume"},
+    };
+    for (const auto& c : cases) {
+        ngitest::CLogCapture log;
+        EXPECT_EQ(ConvertNamespaceNTtoWin32(c.in, table), c.out) << util::Utf16ToUtf8(c.in);
+        if (c.logged) {
+            EXPECT_TRUE(log.Contains(c.logged)) << util::Utf16ToUtf8(log.Text());
+        }
+    }
+}
+
+TEST(PathUtilsTest, MountPointNamesAndSeparatedPaths) {
+    platform::CVolumeTable table = MakeTable();
+    std::u16string name;
+    EXPECT_EQ(GetVolumeMountPointName(u"\\??\\C:\\x", name, table), 1);
+    EXPECT_EQ(name, u"C:");
+    EXPECT_EQ(GetVolumeMountPointName(u"c:\\MNT\\data\\f", name, table), 1);
+    EXPECT_EQ(name, u"c:\\MNT\\data");
+    {
+        ngitest::CLogCapture log;
+        EXPECT_EQ(GetVolumeMountPointName(u"Q:\\x", name, table), 0);
+        EXPECT_TRUE(log.Contains(u"indexer::GetVolumeMountPointName fail. Error in GetVolumePathName. "
+                                 u"PathName [Q:\\x], localPathName [Q:\\x]."));
+    }
+
+    std::vector<TPathPart> parts;
+    const std::u16string a = u"C:\\\\a\\\\\\b\\";
+    SeparatePathAndVolume(a, parts, table);
+    EXPECT_EQ(Texts(parts), (std::vector<std::u16string>{u"C:", u"a", u"b"}));
+    const std::u16string b = u"\\\\?\\C:\\mnt\\data\\f";
+    SeparatePathAndVolume(b, parts, table);
+    EXPECT_EQ(Texts(parts), (std::vector<std::u16string>{u"C:\\mnt\\data", u"f"}));
+    const std::u16string c = u"C:";
+    SeparatePathAndVolume(c, parts, table);
+    EXPECT_EQ(Texts(parts), std::vector<std::u16string>{u"C:"});
+    try {
+        SeparatePathAndVolume(u"Q:\\x", parts, table);
+        FAIL();
+    } catch (const CWin32Exc& e) {
+        EXPECT_EQ(e.GetMessages().front(), u"SeparatePathAndVolume fail! Path is [Q:\\x]");
+    }
+}
+
+TEST(PathUtilsTest, SplitPathSkipsPrefixesAndEmptyComponents) {
+    struct {
+        std::u16string path;
+        std::vector<std::u16string> parts;
+    } cases[] = {
+        {u"\\\\?\\", {}},
+        {u"\\??\\a\\\\b", {u"a", u"b"}},
+        {u"\\\\.\\C:\\x\\", {u"C:", u"x"}},
+        {u"\\a", {u"a"}},
+        {u"", {}},
+    };
+    for (const auto& c : cases) {
+        std::vector<TPathPart> parts;
+        SplitPath(c.path, parts);
+        EXPECT_EQ(Texts(parts), c.parts) << util::Utf16ToUtf8(c.path);
+    }
+}
+
+TEST(PathUtilsTest, SeparatorsFileAndDirectoryNames) {
+    struct {
+        std::u16string path;
+        int separator;
+        size_t position;
+        int file;
+        std::u16string fileName;
+        std::u16string directory;
+    } cases[] = {
+        {u"", -1, 0, -1, u"", u""},
+        {u"\\name", -2, 0, -2, u"", u""},  // index 0 isn't examined
+        {u"dir\\", 0, 3, -3, u"", u"dir"},
+        {u"dir\\file", 0, 3, 0, u"file", u"dir"},
+        {u"C:\\a/b", 0, 4, 0, u"b", u"C:\\a"},
+        {u"name", -2, 0, -2, u"", u""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(util::Utf16ToUtf8(c.path));
+        size_t position = 99;
+        EXPECT_EQ(FindLastSeparator(c.path, position), c.separator);
+        if (c.separator != -1) {
+            EXPECT_EQ(position, c.position);
+        }
+        ngitest::CLogCapture log;
+        std::u16string name;
+        EXPECT_EQ(GetFileName(c.path, name), c.file);
+        EXPECT_EQ(name, c.fileName);
+        EXPECT_EQ(c.file == -3, log.Contains(u"GetFileName! wFilePath haven`t file name after directory separator!"));
+        std::u16string directory;
+        EXPECT_EQ(GetDirectoryName(c.path, directory), c.separator);
+        EXPECT_EQ(directory, c.directory);
+    }
+}
+
+TEST(PathUtilsTest, PrefixesAreExactNamesIgnoreCase) {
+    EXPECT_TRUE(StartsWith(u"\\??\\C:", u"\\??\\"));
+    EXPECT_FALSE(StartsWith(u"\\??\\C:", u"\\\\?\\"));
+    EXPECT_FALSE(StartsWith(u"\\Device", u"\\DEVICE"));
+    EXPECT_FALSE(StartsWith(u"\\??", u"\\??\\"));
+    const std::u16string abc = u"ABC", lower = u"abc", longer = u"ABCD";
+    std::vector<TPathPart> parts;
+    SplitPath(u"ABC\\abc\\\u00c4rger", parts);
+    EXPECT_TRUE(IsEqualNames(parts[0], parts[1]));
+    EXPECT_TRUE(IsEqualNames(parts[0], lower.data(), lower.size()));
+    EXPECT_TRUE(IsEqualNames(abc, lower.data(), lower.size()));
+    EXPECT_FALSE(IsEqualNames(abc, longer.data(), longer.size()));
+    EXPECT_FALSE(IsEqualNames(parts[0], u"ABCD"));
+    EXPECT_TRUE(IsEqualNames(parts[2], u"\u00e4RGER"));  // folding beyond ASCII
+}
+
+TEST(PathUtilsTest, AttributesOrALoggedFailure) {
+    ngitest::CTempDir dir;
+    dir.WriteFile("f.txt", "x");
+    uint32_t attributes = 0;
+    EXPECT_EQ(GetFileAttribs(dir.Path(u"f.txt"), attributes), 1);
+    EXPECT_EQ(attributes & platform::kAttrDirectory, 0u);
+    EXPECT_EQ(GetFileAttribs(dir.Path(), attributes), 1);
+    EXPECT_NE(attributes & platform::kAttrDirectory, 0u);
+    ngitest::CLogCapture log;
+    EXPECT_EQ(GetFileAttribs(dir.Path(u"missing"), attributes), 0);
+    EXPECT_TRUE(log.Contains(u"indexer::GetFileAttribs fail. INVALID_FILE_ATTRIBUTES returned."));
+}
+
+}  // namespace
+}  // namespace indexer
