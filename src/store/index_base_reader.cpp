@@ -1,5 +1,7 @@
 #include "store/index_base_reader.h"
 
+#include <iterator>
+
 #include "base/exc.h"
 #include "base/format.h"
 #include "diag/log.h"
@@ -46,6 +48,7 @@ void CIndexBaseReader::Open(std::u16string_view fileName) {
     try {
         _OpenIndexBaseFile(fileName);
         m_Data = std::make_unique<idxdata::CDataFileReader>(m_Reader, m_FileName, m_Reader.GetSize());
+        _CheckTableOrder();
         m_Files.emplace(m_Data->OpenSeqTable(idxdata::TableFiles, rec::CFileRecord()));
         m_Dirs.emplace(m_Data->OpenSeqTable(idxdata::TableDirs, rec::CDirRecord()));
         m_Owners.emplace(m_Data->OpenSeqTable(idxdata::TableOwners, rec::COwnerRecord()));
@@ -73,6 +76,24 @@ void CIndexBaseReader::Close() {
     m_Data.reset();
     m_Reader.Close();
     m_FileName.clear();
+}
+
+// An index file holds files, directories and owners, then reparse points
+// and the index table where they were written, in this order and no other
+// table: anything else is a damaged id, not a table to skip.
+void CIndexBaseReader::_CheckTableOrder() const {
+    static constexpr uint32_t kOrder[] = {idxdata::TableFiles, idxdata::TableDirs, idxdata::TableOwners,
+                                          idxdata::TableReparses, idxdata::TableIndex};
+    const auto& tables = m_Data->GetTables();
+    size_t next = 0;
+    for (const auto& table : tables) {
+        while (next < std::size(kOrder) && kOrder[next] != table.tableId && kOrder[next] > idxdata::TableOwners)
+            ++next;
+        if (next >= std::size(kOrder) || kOrder[next] != table.tableId)
+            idxdata::ThrowDamagedTable(m_FileName, table.tableId, table.start, table.start + idxdata::kOffTableId,
+                                       u"a table of this id does not belong at this place of an index file");
+        ++next;
+    }
 }
 
 uint64_t CIndexBaseReader::GetIndexRowCount() const {
@@ -158,10 +179,11 @@ void CIndexBaseReader::GetOwner(uint64_t id, rec::COwnerRecord& record) {
 std::u16string CIndexBaseReader::GetDirPath(uint64_t id) {
     std::u16string path;
     rec::CDirRecord dir;
+    const uint64_t asked = id;
     for (uint64_t steps = 0; id != 0; ++steps) {
         if (steps >= m_PosDirsIndex.size())
             m_Dirs->ThrowDamaged(FormatMessageArgs(u"the parents of directory 0x%1 form a loop",
-                                                   {util::Hex16(id)}));
+                                                   {util::Hex16(asked)}));
         GetDir(id, dir);
         path.insert(0, dir.m_Name);
         path.insert(0, u"\\");

@@ -81,6 +81,7 @@ public:
 
 private:
     void _OpenIndexBaseFile(std::u16string_view fileName);
+    void _CheckTableOrder() const;
     void _CheckDirId(idxdata::CSeqTableReader& table, uint64_t rowId, uint64_t dirId) const;
 
     std::u16string m_FileName;

@@ -135,8 +135,9 @@ CSeqTableReader::CSeqTableReader(IReader& reader, std::u16string_view fileName,
     m_RowCount = m_Reader.ReadLongLong();
     m_Pos += 8;
     m_RowsStart = m_Pos;
+    // Rows of no fields take no bytes, so nothing could vouch for a count.
     const uint64_t minRow = MinRowSize(schema);
-    if (minRow != 0 && m_RowCount > (m_Table.end - m_RowsStart) / minRow) {
+    if (minRow == 0 ? m_RowCount != 0 : m_RowCount > (m_Table.end - m_RowsStart) / minRow) {
         m_Pos = m_RowsStart - 8;
         ThrowDamaged(FormatMessageArgs(u"%1 rows cannot fit in 0x%2 bytes",
                                        {util::ToStrU64(m_RowCount), util::Hex16(m_Table.end - m_RowsStart)}));

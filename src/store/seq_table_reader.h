@@ -9,8 +9,9 @@
 //
 // Nothing read from the file is trusted. A header that is cut short, a next
 // table offset that points backwards, inside the header or past the file, a
-// row count that cannot fit, a row or string that runs past its table, bytes
-// left behind the last row: each throws a CExc naming the file, the table and
+// row count that cannot fit (any count but 0 where rows have no fields), a
+// row or string that runs past its table, bytes left behind the last row:
+// each throws a CExc naming the file, the table and
 // the byte offset ("Damaged data file [..]: table .. at 0x.., offset 0x..:
 // ..."). Mismatches of the header with what was asked for throw the fixed
 // texts below, with a context line naming the file and the table's offset.

@@ -1,0 +1,244 @@
+// The reading side against damaged files: every truncation of a small valid
+// index file and every bit flip in its headers and string lengths must end
+// in a CExc (never a crash or a read outside the buffer: run under the
+// sanitizers), and the reader's own checks give their texts.
+#include <gtest/gtest.h>
+
+#include "base/utf.h"
+#include "store/index_base.h"
+#include "store/index_base_reader.h"
+#include "store/store_test_util.h"
+
+using indexer::CIndexBase;
+using indexer::CIndexBaseReader;
+using namespace store_testing;
+
+namespace {
+
+// A small base with a row in every table (and the index table).
+void WriteSmallBase(const CTempDir& dir, const std::u16string& name) {
+    CIndexBase base;
+    base.Open(dir.Dir(), true, name);
+    base.AddOwner(u"S-1-0-0", u"", u"", nullptr);
+    base.AddOwner(u"S-1-5-32-544", u"BUILTIN", u"Administrators", nullptr);
+    base.AddDir(u"", 0, nullptr);
+    base.AddDir(u"Users", 0, nullptr);
+    base.AddDir(u"Public", 1, nullptr);
+    base.AddFile(u"boot.ini", 1, 0, 211, 0x01D0000000000000ull, nullptr);
+    base.AddFile(u"a", 0, 2, 0, 0, nullptr);
+    base.AddReparse(1, u"All Users", u"C:\\ProgramData", nullptr);
+    base.Close();
+}
+
+// Everything a consumer would read, so that every check runs.
+uint64_t ReadFully(const std::u16string& path) {
+    CIndexBaseReader reader;
+    reader.Open(path);
+    reader.PrepareIdIndexes();
+    uint64_t rows = 0;
+    rec::CDirRecord d;
+    rec::COwnerRecord o;
+    for (uint64_t id = 0; id < reader.GetDirCount(); ++id, ++rows) {
+        reader.GetDir(id, d);
+        reader.GetDirPath(id);
+    }
+    for (uint64_t id = 0; id < reader.GetOwnerCount(); ++id, ++rows) reader.GetOwner(id, o);
+    reader.ForEachFile([&](uint64_t, uint64_t position, const rec::CFileRecord&) {
+        rec::CFileRecord again;
+        reader.ReadFileAt(position, again);
+        ++rows;
+    });
+    reader.ForEachReparse([&](uint64_t, const rec::CReparseRecord&) { ++rows; });
+    reader.GetIndexRowCount();
+    return rows;
+}
+
+// The offsets of every dword count of a string in the small base, found by
+// walking its rows with the field lists.
+std::vector<size_t> StringLengthOffsets(const std::vector<uint8_t>& bytes,
+                                        const std::vector<idxdata::TTableInfo>& tables) {
+    const std::vector<std::vector<uint16_t>> types = {{2, 1, 3, 1, 1}, {2, 1}, {2, 2, 2}, {1, 2, 2}, {}};
+    std::vector<size_t> offsets;
+    for (const auto& table : tables) {
+        const auto& fields = types[table.tableId - 1];
+        size_t pos = table.start + idxdata::TableHeaderSize(fields.size());
+        while (pos < table.end) {
+            for (uint16_t type : fields) {
+                if (type == 2) {
+                    offsets.push_back(pos);
+                    pos += 4 + 2 * idxdata::GetU32(bytes.data() + pos);
+                } else {
+                    pos += type == 1 ? 8 : 4;
+                }
+            }
+        }
+    }
+    return offsets;
+}
+
+TEST(IndexBaseReaderDamage, TheValidFileReadsWhole) {
+    CTempDir dir;
+    WriteSmallBase(dir, u"good.ifd");
+    EXPECT_EQ(ReadFully(dir.Path(u"good.ifd")), 3u + 2 + 2 + 1);
+}
+
+TEST(IndexBaseReaderDamage, EveryTruncationFails) {
+    CTempDir dir;
+    WriteSmallBase(dir, u"good.ifd");
+    const auto good = ReadAll(dir.Native("good.ifd"));
+    for (size_t length = 0; length < good.size(); ++length) {
+        WriteAll(dir.Native("cut.ifd"), std::vector<uint8_t>(good.begin(), good.begin() + length));
+        bool failed = false;
+        try {
+            ReadFully(dir.Path(u"cut.ifd"));
+        } catch (const CExc&) {
+            failed = true;
+        }
+        EXPECT_TRUE(failed) << "a file cut to " << length << " bytes was read";
+    }
+}
+
+TEST(IndexBaseReaderDamage, EveryBitFlipInHeadersAndLengthsFails) {
+    CTempDir dir;
+    WriteSmallBase(dir, u"good.ifd");
+    const auto good = ReadAll(dir.Native("good.ifd"));
+    std::vector<idxdata::TTableInfo> tables;
+    {
+        CIndexBaseReader reader;
+        reader.Open(dir.Path(u"good.ifd"));
+        tables = reader.GetTables();
+    }
+    ASSERT_EQ(tables.size(), 5u);
+    std::vector<size_t> targets;
+    for (const auto& table : tables)
+        for (size_t i = 0; i < idxdata::TableHeaderSize(table.fieldCount); ++i) targets.push_back(table.start + i);
+    for (size_t offset : StringLengthOffsets(good, tables))
+        for (size_t i = 0; i < 4; ++i) targets.push_back(offset + i);
+    size_t flips = 0;
+    for (size_t offset : targets) {
+        for (int bit = 0; bit < 8; ++bit) {
+            auto bytes = good;
+            bytes[offset] ^= static_cast<uint8_t>(1 << bit);
+            WriteAll(dir.Native("flip.ifd"), bytes);
+            bool failed = false;
+            try {
+                ReadFully(dir.Path(u"flip.ifd"));
+            } catch (const CExc&) {
+                failed = true;
+            }
+            EXPECT_TRUE(failed) << "bit " << bit << " of byte " << offset << " flipped went unnoticed";
+            ++flips;
+        }
+    }
+    EXPECT_GT(flips, 1000u);
+}
+
+// Texts that name the place: a row running past its table.
+TEST(IndexBaseReaderDamage, MessagesNameFileTableAndOffset) {
+    CTempDir dir;
+    WriteSmallBase(dir, u"good.ifd");
+    auto bytes = ReadAll(dir.Native("good.ifd"));
+    // The file table's first row is the name "boot.ini" at 46: claim 9 units.
+    ASSERT_EQ(idxdata::GetU32(bytes.data() + 46), 8u);
+    bytes[46] = 0x40;
+    WriteAll(dir.Native("bad.ifd"), bytes);
+    CIndexBaseReader reader;
+    reader.Open(dir.Path(u"bad.ifd"));
+    reader.PrepareIdIndexes();
+    EXPECT_CEXC(reader.ForEachFile([](uint64_t, uint64_t, const rec::CFileRecord&) {}),
+                EXPECT_EQ(Deepest(e), u"Damaged data file [" + dir.Path(u"bad.ifd") +
+                                          u"]: table 1 at 0x0000000000000000, offset 0x000000000000002e: a "
+                                          u"string of 64 units runs past the table's end 0x0000000000000080."));
+}
+
+TEST(IndexBaseReader, UncombinedTableIsRefused) {
+    CTempDir dir;
+    WriteSmallBase(dir, u"good.ifd");
+    auto bytes = ReadAll(dir.Native("good.ifd"));
+    std::fill(bytes.begin() + 8, bytes.begin() + 16, 0xFF);
+    WriteAll(dir.Native("tmp.ifd"), bytes);
+    EXPECT_CEXC(ReadFully(dir.Path(u"tmp.ifd")),
+                EXPECT_NE(Deepest(e).find(u"never combined"), std::u16string::npos));
+}
+
+TEST(IndexBaseReader, LookupTexts) {
+    CTempDir dir;
+    WriteSmallBase(dir, u"good.ifd");
+    CIndexBaseReader reader;
+    reader.Open(dir.Path(u"good.ifd"));
+    EXPECT_EQ(reader.GetReparseCount(), 1u);
+    EXPECT_TRUE(reader.HasIndexes());
+    EXPECT_CEXC(reader.GetDirIndexById(0),
+                EXPECT_EQ(Deepest(e), u"indexer::CIndexBaseReader::GetDirIndexById fail. m_PosDirsIndex is empty."));
+    EXPECT_CEXC(reader.GetOwnerIndexById(0),
+                EXPECT_EQ(Deepest(e), u"indexer::CIndexBaseReader::GetOwnerIndexById fail. m_PosOwnersIndex is empty."));
+    reader.PrepareIdIndexes();
+    EXPECT_EQ(reader.GetDirIndexById(0), 40u);
+    EXPECT_EQ(reader.GetDirPath(2), u"Users\\Public");
+    EXPECT_CEXC(reader.GetDirIndexById(3),
+                EXPECT_EQ(Deepest(e), u"indexer::CIndexBaseReader::GetDirIndexById fail. Directory ID too big. "
+                                      u"[0x0000000000000003]"));
+    EXPECT_CEXC(reader.GetOwnerIndexById(2),
+                EXPECT_EQ(Deepest(e), u"indexer::CIndexBaseReader::GetOwnerIndexById fail. Owner ID too big. "
+                                      u"[0x0000000000000002]"));
+    CIndexBaseReader none;
+    EXPECT_CEXC(none.Open(dir.Path(u"none.ifd")),
+                EXPECT_EQ(First(e), u"indexer::CIndexBaseReader::_OpenIndexBaseFile fail. Cannot open file [" +
+                                        dir.Path(u"none.ifd") + u"] for read."));
+}
+
+// Bases that are well formed as tables but wrong as an index.
+TEST(IndexBaseReader, ContentChecks) {
+    struct TCase {
+        const char* what;
+        std::function<void(CIndexBase&)> fill;
+        std::u16string expected;  // a part of the deepest message
+    } cases[] = {
+        {"second unnamed directory",
+         [](CIndexBase& b) {
+             b.AddDir(u"", 0, nullptr);
+             b.AddDir(u"", 0, nullptr);
+         },
+         u"Empty DirName. ID=0x0000000000000001"},
+        {"directory parent nowhere",
+         [](CIndexBase& b) {
+             b.AddDir(u"", 0, nullptr);
+             b.AddDir(u"x", 5, nullptr);
+         },
+         u"row 0x0000000000000001 names the parent directory 0x0000000000000005 of 0x0000000000000002"},
+        {"file parent nowhere",
+         [](CIndexBase& b) {
+             b.AddDir(u"", 0, nullptr);
+             b.AddFile(u"f", 0, 1, 0, 0, nullptr);
+         },
+         u"names the parent directory 0x0000000000000001 of 0x0000000000000001"},
+        {"file owner nowhere",
+         [](CIndexBase& b) {
+             b.AddDir(u"", 0, nullptr);
+             b.AddOwner(u"S-1-0-0", u"", u"", nullptr);
+             b.AddFile(u"f", 3, 0, 0, 0, nullptr);
+         },
+         u"names the owner 0x0000000000000003 of 0x0000000000000001"},
+        {"a loop of parents",
+         [](CIndexBase& b) {
+             b.AddDir(u"", 0, nullptr);
+             b.AddDir(u"a", 2, nullptr);
+             b.AddDir(u"b", 1, nullptr);
+         },
+         u"the parents of directory 0x0000000000000001 form a loop"},
+    };
+    CTempDir dir;
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        {
+            CIndexBase base;
+            base.Open(dir.Dir(), false, u"c.ifd");
+            c.fill(base);
+            base.Close();
+        }
+        EXPECT_CEXC(ReadFully(dir.Path(u"c.ifd")),
+                    EXPECT_NE(Deepest(e).find(c.expected), std::u16string::npos) << util::Utf16ToUtf8(Deepest(e)));
+    }
+}
+
+}  // namespace
