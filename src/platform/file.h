@@ -112,6 +112,12 @@ bool DirCreate(std::u16string_view path);
 bool DirRemove(std::u16string_view path);
 // GetFileAttributesW; kInvalidFileAttributes with last error on failure.
 uint32_t GetAttributes(std::u16string_view path);
+// SetFileAttributesW. POSIX keeps only kAttrReadOnly: set, every write
+// permission goes; cleared, the owner may write again. Other bits are ignored.
+bool SetAttributes(std::u16string_view path, uint32_t attributes);
+// CopyFileW: copies the content (and on POSIX the permission bits) of `from`
+// to `to`, replacing it unless failIfExists (then 80 when it exists).
+bool FileCopy(std::u16string_view from, std::u16string_view to, bool failIfExists);
 // GetTempFileNameW with unique 0: makes "<dir>\<prefix up to 3 chars>XXXX.tmp"
 // (XXXX: one to four upper-case hexadecimal digits, no leading zeros),
 // created empty and unique. The numbers tried start from the low 16 bits of

@@ -369,6 +369,48 @@ uint32_t GetAttributes(std::u16string_view path) {
     return data.attributes;
 }
 
+bool SetAttributes(std::u16string_view path, uint32_t attributes) {
+    TNativeAt at;
+    if (!posix::OpenPathAt(path, at)) return false;
+    struct stat st;
+    if (::fstatat(at.dir, at.name.c_str(), &st, 0) != 0) return FailErrnoAt(at);
+    mode_t mode = st.st_mode & 07777;
+    if (attributes & kAttrReadOnly) mode &= ~static_cast<mode_t>(S_IWUSR | S_IWGRP | S_IWOTH);
+    else mode |= S_IWUSR;
+    if (::fchmodat(at.dir, at.name.c_str(), mode, 0) != 0) return FailErrnoAt(at);
+    return true;
+}
+
+bool FileCopy(std::u16string_view from, std::u16string_view to, bool failIfExists) {
+    TNativeAt src, dst;
+    if (!posix::OpenPathAt(from, src) || !posix::OpenPathAt(to, dst)) return false;
+    posix::CFd in(::openat(src.dir, src.name.c_str(), O_RDONLY | O_CLOEXEC));
+    if (in.Get() < 0) return FailErrnoAt(src);
+    struct stat st;
+    if (::fstat(in.Get(), &st) != 0) return FailErrno();
+    if (S_ISDIR(st.st_mode)) return Fail(kErrAccessDenied);
+    const int flags = O_WRONLY | O_CREAT | O_CLOEXEC | (failIfExists ? O_EXCL : O_TRUNC);
+    posix::CFd out(::openat(dst.dir, dst.name.c_str(), flags, st.st_mode & 0777));
+    if (out.Get() < 0) {
+        if (errno == EEXIST) return Fail(kErrFileExists);
+        if (errno == ENOENT) return Fail(kErrPathNotFound);  // the source opened: the target's folder is missing
+        return FailErrnoAt(dst);
+    }
+    char buffer[1 << 16];
+    for (;;) {
+        const ssize_t n = ::read(in.Get(), buffer, sizeof buffer);
+        if (n < 0) {
+            if (errno == EINTR) continue;
+            return FailErrno();
+        }
+        if (n == 0) break;
+        uint32_t done = 0;
+        if (!FileWrite(out.Get(), buffer, static_cast<uint32_t>(n), &done)) return false;
+    }
+    ::fchmod(out.Get(), st.st_mode & 07777);
+    return true;
+}
+
 uint32_t MakeTempFileName(std::u16string_view dir, std::u16string_view prefix,
                           std::u16string& result) {
     std::u16string base(dir);

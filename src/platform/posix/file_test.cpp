@@ -373,5 +373,26 @@ TEST(FileNames, TempFileNames) {
     EXPECT_EQ(GetLastError(), kErrPathNotFound);
 }
 
+TEST(FileNames, CopyAndReadOnlyAttribute) {
+    CTestDir dir;
+    dir.WriteFile("a", "content");
+    dir.WriteFile("b", "other");
+    EXPECT_FALSE(FileCopy(dir.Path(u"a"), dir.Path(u"b"), true));
+    EXPECT_EQ(GetLastError(), kErrFileExists);
+    EXPECT_TRUE(FileCopy(dir.Path(u"a"), dir.Path(u"b"), false));
+    EXPECT_EQ(ReadAll(dir.NativePath("b")), "content");
+    EXPECT_FALSE(FileCopy(dir.Path(u"zz"), dir.Path(u"c"), false));
+    EXPECT_EQ(GetLastError(), kErrFileNotFound);
+    EXPECT_FALSE(FileCopy(dir.Path(u"a"), dir.Path(u"no\\c"), false));
+    EXPECT_EQ(GetLastError(), kErrPathNotFound);
+
+    ASSERT_TRUE(SetAttributes(dir.Path(u"b"), kAttrReadOnly | kAttrArchive));
+    EXPECT_EQ(GetAttributes(dir.Path(u"b")), kAttrArchive | kAttrReadOnly);
+    EXPECT_TRUE(FileCopy(dir.Path(u"b"), dir.Path(u"c"), true));
+    EXPECT_EQ(GetAttributes(dir.Path(u"c")) & kAttrReadOnly, kAttrReadOnly);
+    ASSERT_TRUE(SetAttributes(dir.Path(u"b"), kAttrNormal));
+    EXPECT_EQ(GetAttributes(dir.Path(u"b")), kAttrArchive);
+}
+
 }  // namespace
 }  // namespace platform

@@ -1,32 +1,13 @@
 #include "platform/names.h"
 
+#include "platform/posix/utf8.h"
+
 namespace platform {
 
 namespace {
 
 constexpr char16_t kEscapeBase = 0xDC00;   // lone surrogate for an undecodable byte
 constexpr char32_t kPrivateBase = 0xF000;  // private-use character for a reserved one
-
-// Decodes one UTF-8 sequence at text[i]; 0 when it is not valid (overlong,
-// surrogate, beyond U+10FFFF, truncated). Returns its length in bytes.
-size_t DecodeUtf8(std::string_view text, size_t i, char32_t& cp) {
-    const unsigned char c = static_cast<unsigned char>(text[i]);
-    size_t len;
-    if (c < 0x80) { cp = c; return 1; }
-    if ((c & 0xE0) == 0xC0) { cp = c & 0x1F; len = 2; }
-    else if ((c & 0xF0) == 0xE0) { cp = c & 0x0F; len = 3; }
-    else if ((c & 0xF8) == 0xF0) { cp = c & 0x07; len = 4; }
-    else return 0;
-    if (i + len > text.size()) return 0;
-    for (size_t k = 1; k < len; ++k) {
-        const unsigned char cc = static_cast<unsigned char>(text[i + k]);
-        if ((cc & 0xC0) != 0x80) return 0;
-        cp = (cp << 6) | (cc & 0x3F);
-    }
-    static constexpr char32_t kMin[] = {0, 0, 0x80, 0x800, 0x10000};
-    if (cp < kMin[len] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) return 0;
-    return len;
-}
 
 void AppendUtf8(std::string& out, char32_t cp) {
     if (cp < 0x80) {
@@ -69,7 +50,7 @@ std::u16string NameFromNative(std::string_view bytes) {
     size_t i = 0;
     while (i < bytes.size()) {
         char32_t cp = 0;
-        const size_t len = DecodeUtf8(bytes, i, cp);
+        const size_t len = posix::DecodeUtf8At(bytes, i, cp);
         if (len == 0 || IsMappedPrivate(cp)) {
             // Undecodable, or a literal private-use character that would read
             // back as a reserved one: keep its bytes one by one.
@@ -80,12 +61,7 @@ std::u16string NameFromNative(std::string_view bytes) {
             continue;
         }
         if (IsWindowsReservedNameChar(cp)) cp += kPrivateBase;
-        if (cp >= 0x10000) {
-            out += static_cast<char16_t>(0xD800 + ((cp - 0x10000) >> 10));
-            out += static_cast<char16_t>(0xDC00 + ((cp - 0x10000) & 0x3FF));
-        } else {
-            out += static_cast<char16_t>(cp);
-        }
+        posix::AppendUtf16(out, cp);
         i += len;
     }
     return out;
