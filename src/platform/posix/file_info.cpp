@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <string_view>
+
 #include "platform/file.h"
 #include "platform/posix/mount_folder.h"
 
@@ -38,8 +40,10 @@ bool StatAt(int dir, const char* name, TFindData& data) {
     } else if (S_ISDIR(st.stx_mode)) {
         data.attributes = kAttrDirectory;
         // A folder where another volume is mounted, met as an entry, is a
-        // mount-point reparse point, as Windows shows a folder mount.
-        if (name[0] != '\0' && MountedVolumeName(st)) {
+        // mount-point reparse point, as Windows shows a folder mount ("."
+        // and ".." name the folders around it, not a mount).
+        const std::string_view entry = name;
+        if (!entry.empty() && entry != "." && entry != ".." && MountedVolumeName(st)) {
             data.attributes |= kAttrReparsePoint;
             data.reparseTag = kReparseTagMountPoint;
         }
