@@ -8,6 +8,7 @@
 
 #include "base/utf.h"
 #include "platform/errors.h"
+#include "testing/temp_registry.h"
 
 namespace platform {
 namespace {
@@ -270,6 +271,67 @@ TEST(VolumeTableTest, MachineMountsBecomeZAndFolderMounts) {
     for (size_t i = 0; i < volumes.size(); ++i)
         EXPECT_EQ(again.Volumes()[i].volumeName, volumes[i].volumeName);
     EXPECT_NE(volumes[0].volumeName, volumes[1].volumeName);
+}
+
+}  // namespace
+}  // namespace platform
+
+namespace platform {
+namespace {
+
+// The example of docs/platform.md: C: a folder and an image, D: a folder
+// that is also mounted below C:, one shadow with both.
+const char kExampleRegistry[] =
+    "[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\C]\r\n"
+    "\"MountPoints\"=\"C:\"\r\n"
+    "\"VolumeName\"=\"{6b1f0d5e-0c3a-4a1e-9a57-3c2b8e0f0001}\"\r\n"
+    "\"Folder\"=\"/srv/guest/c\"\r\n"
+    "\"Device\"=\"/srv/guest/c.img\"\r\n"
+    "\"DriveType\"=dword:00000003\r\n"
+    "\r\n"
+    "[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\D]\r\n"
+    "\"MountPoints\"=\"D:|C:\\\\mnt\\\\data\"\r\n"
+    "\"Folder\"=\"/srv/guest/data\"\r\n"
+    "\"FileSystem\"=\"NTFS\"\r\n"
+    "\r\n"
+    "[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Shadows\\C]\r\n"
+    "\"Name\"=\"/dev/mapper/snap-c\"\r\n"
+    "\"Device\"=\"/dev/mapper/snap-c\"\r\n"
+    "\"Folder\"=\"/mnt/snap-c\"\r\n";
+
+TEST(VolumeTableTest, RegistryFileDescribesTheTable) {
+    ngitest::CTempRegistry registry(kExampleRegistry);
+    const auto table = posix::LoadVolumeTableFromRegistry();
+    ASSERT_TRUE(table);
+    ASSERT_EQ(table->Volumes().size(), 2u);
+    const auto& c = table->Volumes()[0];
+    EXPECT_EQ(c.mountPoints, std::vector<std::u16string>{u"C:"});
+    EXPECT_EQ(c.volumeName, u"\\\\?\\Volume{6b1f0d5e-0c3a-4a1e-9a57-3c2b8e0f0001}\\");
+    EXPECT_EQ(c.folder, "/srv/guest/c");
+    EXPECT_EQ(c.device, "/srv/guest/c.img");
+    const auto& d = table->Volumes()[1];
+    EXPECT_EQ(d.mountPoints, (std::vector<std::u16string>{u"D:", u"C:\\mnt\\data"}));
+    EXPECT_EQ(d.fileSystem, u"NTFS");
+    ASSERT_EQ(table->Shadows().size(), 1u);
+    EXPECT_EQ(table->Shadows()[0].folder, "/mnt/snap-c");
+
+    // The machine's table follows the registry file once it is reloaded.
+    posix::SetSystemVolumeTable(nullptr);
+    EXPECT_EQ(posix::ResolveVolumePath(u"C:\\mnt\\data\\x"), "/srv/guest/data/x");
+    EXPECT_EQ(posix::ResolveVolumePath(u"/dev/mapper/snap-c\\Users"), "/mnt/snap-c/Users");
+    EXPECT_EQ(posix::ResolveVolumePath(u"\\\\.\\C:"), "/srv/guest/c.img");
+    posix::SetSystemVolumeTable(nullptr);
+}
+
+TEST(VolumeTableTest, RegistryWithoutVolumesLeavesTheMounts) {
+    ngitest::CTempRegistry registry("[HKEY_LOCAL_MACHINE\\SYSTEM\\Other]\r\n\"x\"=\"y\"\r\n");
+    EXPECT_FALSE(posix::LoadVolumeTableFromRegistry());
+    posix::SetSystemVolumeTable(nullptr);
+    // This machine's root file system stands in as Z:.
+    std::u16string name;
+    EXPECT_TRUE(GetVolumeNameForVolumeMountPoint(u"Z:\\", name, 50));
+    EXPECT_EQ(posix::ResolveVolumePath(u"Z:\\etc"), "/etc");
+    posix::SetSystemVolumeTable(nullptr);
 }
 
 }  // namespace
