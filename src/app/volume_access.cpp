@@ -1,0 +1,68 @@
+#include "app/volume_access.h"
+
+#include <cstring>
+
+#include "base/buf.h"
+#include "base/format.h"
+#include "diag/log.h"
+#include "platform/errors.h"
+#include "platform/volume_io.h"
+
+namespace indexer {
+
+namespace {
+
+class CHandleSource : public IBootSectorSource {
+public:
+    explicit CHandleSource(platform::NativeHandle h) : m_Handle(h) {}
+    bool SeekToStart() override { return platform::FileSeek(m_Handle, 0, nullptr, platform::kFileBegin); }
+    bool Read(void* buffer, uint32_t size, uint32_t* done) override {
+        return platform::FileRead(m_Handle, buffer, size, done);
+    }
+
+private:
+    platform::NativeHandle m_Handle;
+};
+
+constexpr uint32_t kFirstSectorSize = 512;
+constexpr uint32_t kLastSectorSize = 0x10000;
+
+}  // namespace
+
+platform::CHandle OpenVolume(std::u16string_view name) {
+    platform::CHandle h = platform::OpenVolumeDevice(name, platform::kGenericRead,
+                                                     platform::kShareRead | platform::kShareWrite,
+                                                     platform::kOpenExisting, kVolumeOpenFlags);
+    if (!h.IsValid()) throw CWin32Exc(u"Cannot open volume: [%1].", name);
+    GetLog().Detail(u"Volume [%1] opened.", name);
+    return h;
+}
+
+uint32_t GetVolumeFileSystemType(platform::NativeHandle volume) {
+    CHandleSource source(volume);
+    return GetVolumeFileSystemType(source);
+}
+
+uint32_t GetVolumeFileSystemType(IBootSectorSource& source) {
+    CBuf<uint8_t> sector;
+    for (uint32_t size = kFirstSectorSize;; size *= 2) {
+        if (!source.SeekToStart())
+            throw CWin32Exc(u"GetVolumeFileSystemType fail! Cannot set file pointer for volume!");
+        sector.Allocate(size);
+        uint32_t done = 0;
+        const bool read = source.Read(sector.Get(), size, &done);
+        if (read && done == size) break;
+        // A read that succeeds short (an image smaller than a sector) has
+        // no error of its own: say where it stopped.
+        if (read) platform::SetLastError(platform::kErrHandleEof);
+        if (size >= kLastSectorSize) throw CWin32Exc(u"Cannot read boot sector from volume!");
+    }
+    GetLog().Detail(u"Boot sector was read with sector size %1 bytes.",
+                    util::ToStrU64(sector.Count()));
+    const uint8_t* oem = sector.Get() + 3;
+    if (std::memcmp(oem, "NTFS    ", 8) == 0) return kFsTypeNtfs;
+    if (std::memcmp(oem, "ReFS", 4) == 0) return kFsTypeReFS;
+    return kFsTypeUnknown;
+}
+
+}  // namespace indexer
