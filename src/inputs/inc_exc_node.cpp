@@ -1,6 +1,10 @@
 #include "inputs/inc_exc_node.h"
 
+#include <algorithm>
+
 #include "base/case.h"
+#include "base/exc.h"
+#include "base/format.h"
 #include "diag/log.h"
 #include "inputs/path_utils.h"
 
@@ -14,6 +18,9 @@ CIncExcNode::CIncExcNode(const std::vector<std::u16string>& include,
 }
 
 void AddSubdirectory(CIncExcNode& node, std::u16string_view path, uint32_t parentFlags, uint32_t kind) {
+    const size_t depth = static_cast<size_t>(std::count(path.begin(), path.end(), u'\\')) + 1;
+    if (depth > kMaxFilterDepth)
+        throw CExc(u"Filter path is nested too deeply (%1 levels): %2", util::ToStrU64(depth), path);
     GetLog().Detail(u"Add subdirectory '%1' to filter tree.", path);
     const size_t sep = path.find(u'\\');
     const std::u16string_view first = path.substr(0, sep);

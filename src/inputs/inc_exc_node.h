@@ -24,6 +24,10 @@ inline constexpr uint32_t kIncExcExc = 2;
 inline constexpr uint32_t kIncExcNode = 4;
 inline constexpr uint32_t kIncExcKindInclude = kIncExcInc;
 inline constexpr uint32_t kIncExcKindExclude = kIncExcExc;
+// The deepest folder a filter line may name, in components below the volume.
+// Windows paths of 32,767 characters can't nest much deeper; a line beyond it
+// is damaged input and would only exhaust the stack of the recursive walks.
+inline constexpr size_t kMaxFilterDepth = 1024;
 
 class CIncExcNode {
 public:
@@ -44,7 +48,8 @@ public:
 // Adds the relative path below node with kind kIncExcKindInclude or
 // kIncExcKindExclude; parentFlags are the node's current flags. A later line
 // for the same folder overrides an earlier one; an exclude below an excluded
-// folder is dropped with a warning.
+// folder is dropped with a warning. Throws CExc "Filter path is nested too
+// deeply (%1 levels): %2" beyond kMaxFilterDepth.
 void AddSubdirectory(CIncExcNode& node, std::u16string_view path, uint32_t parentFlags, uint32_t kind);
 
 // The first child of the name, ignoring case; nullptr when none.

@@ -123,5 +123,12 @@ TEST(IncExcNodeTest, FlagsByReferencesTreatAPureNodeAsExcluding) {
     EXPECT_TRUE(log.Contains(u"Zero reference for [users]."));
 }
 
+TEST(IncExcNodeTest, OverlyDeepLineIsRefusedNotRecursedInto) {
+    std::u16string deep = u"a";
+    for (size_t i = 1; i < kMaxFilterDepth; ++i) deep += u"\\a";
+    EXPECT_NO_THROW(CIncExcNode(Paths{deep}, Paths{}));
+    EXPECT_THROW(CIncExcNode(Paths{deep + u"\\b"}, Paths{}), CExc);
+}
+
 }  // namespace
 }  // namespace indexer
