@@ -1,7 +1,7 @@
 // The dump recorder's bytes, taken into this object file by the assembler
 // from the stripped copy that CMake makes (NGI_RECORDER_IMAGE_FILE), into
 // the read-only data section of the target's object format
-// (NGI_RODATA_SECTION).
+// (NGI_RODATA_SECTION), then back to code (NGI_SECTION_BACK).
 
 #include "diag/dump_recorder_image.h"
 
@@ -13,7 +13,7 @@ asm(".section " NGI_STR(NGI_RODATA_SECTION) "\n"
     "ngi_dump_recorder_image_begin:\n"
     ".incbin \"" NGI_STR(NGI_RECORDER_IMAGE_FILE) "\"\n"
     "ngi_dump_recorder_image_end:\n"
-    ".previous\n");
+    NGI_STR(NGI_SECTION_BACK) "\n");
 
 extern "C" const uint8_t ngi_dump_recorder_image_begin[] __asm__("ngi_dump_recorder_image_begin");
 extern "C" const uint8_t ngi_dump_recorder_image_end[] __asm__("ngi_dump_recorder_image_end");
