@@ -123,5 +123,29 @@ TEST(FilterReaderTest, ReadsBothFilesBesideTheExecutable) {
     }
 }
 
+TEST(FilterReaderTest, RandomBytesNeverBreakTheParser) {
+    const CFilterReader reader = MakeReader();
+    uint32_t seed = 12345;
+    auto next = [&seed] { return seed = seed * 1103515245u + 12345u, (seed >> 16) & 0xFF; };
+    // CR, LF, the mark and quotes are frequent, so every branch is taken.
+    const uint8_t pieces[] = {'\r', '\n', 0xFF, 0xFE, '%', '"', 'a', 0};
+    for (int round = 0; round < 2000; ++round) {
+        std::string bytes(next() % 64, '\0');
+        for (auto& b : bytes) b = static_cast<char>(next() % 3 ? pieces[next() % 8] : next());
+        try {
+            Parse(reader, bytes);
+        } catch (const CExc&) {
+            EXPECT_EQ(bytes.size() % 2, 1u);
+        }
+    }
+}
+
+TEST(FilterReaderTest, ProcessReaderTakesTheExecutablesFolder) {
+    const CFilterReader reader = CFilterReader::FromProcess();
+    EXPECT_FALSE(reader.GetModuleFolder().empty());
+    EXPECT_NE(reader.GetModuleFolder().find(u"inputs"), std::u16string::npos);
+    EXPECT_TRUE(reader.GetEnvironment().count(u"path"));
+}
+
 }  // namespace
 }  // namespace indexer
