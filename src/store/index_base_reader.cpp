@@ -96,7 +96,28 @@ void CIndexBaseReader::_CheckTableOrder() const {
     }
 }
 
+const CSeqTableReader& CIndexBaseReader::_Table(const std::optional<CSeqTableReader>& table) const {
+    if (!table) throw CExc(u"%1 fail. No index base file is open.", u"indexer::CIndexBaseReader");
+    return *table;
+}
+
+CSeqTableReader& CIndexBaseReader::_Table(std::optional<CSeqTableReader>& table) {
+    if (!table) throw CExc(u"%1 fail. No index base file is open.", u"indexer::CIndexBaseReader");
+    return *table;
+}
+
+uint64_t CIndexBaseReader::GetReparseCount() const {
+    _Table(m_Files);
+    return m_Reparses ? m_Reparses->GetRowCount() : 0;
+}
+
+const std::vector<idxdata::TTableInfo>& CIndexBaseReader::GetTables() const {
+    _Table(m_Files);
+    return m_Data->GetTables();
+}
+
 uint64_t CIndexBaseReader::GetIndexRowCount() const {
+    _Table(m_Files);
     if (!m_Index) throw CExc(u"Index file is not used!");
     return m_Index->GetRowCount();
 }
@@ -111,10 +132,10 @@ void CIndexBaseReader::_CheckDirId(CSeqTableReader& table, uint64_t rowId, uint6
 // The ids are checked after the arrays are complete, as a parent may come
 // after its child in the table.
 void CIndexBaseReader::PrepareIdIndexes() {
-    const uint64_t dirCount = m_Dirs->GetRowCount();
+    const uint64_t dirCount = GetDirCount();
     if (dirCount > kMaxDirs)
         throw CExc(u"%1 fail. Too many directories! [0x%2].", kPrepare, util::Hex16(dirCount));
-    const uint64_t ownerCount = m_Owners->GetRowCount();
+    const uint64_t ownerCount = GetOwnerCount();
     if (ownerCount > kMaxOwners)
         throw CExc(u"%1 fail. Too many owners! [0x%2].", kPrepare, util::Hex16(ownerCount));
 
@@ -182,7 +203,7 @@ std::u16string CIndexBaseReader::GetDirPath(uint64_t id) {
     const uint64_t asked = id;
     for (uint64_t steps = 0; id != 0; ++steps) {
         if (steps >= m_PosDirsIndex.size())
-            m_Dirs->ThrowDamaged(FormatMessageArgs(u"the parents of directory 0x%1 form a loop",
+            _Table(m_Dirs).ThrowDamaged(FormatMessageArgs(u"the parents of directory 0x%1 form a loop",
                                                    {util::Hex16(asked)}));
         GetDir(id, dir);
         path.insert(0, dir.m_Name);
@@ -193,8 +214,8 @@ std::u16string CIndexBaseReader::GetDirPath(uint64_t id) {
 }
 
 void CIndexBaseReader::ForEachFile(const FileVisitor& visit) {
-    if (m_PosDirsIndex.empty() && m_Files->GetRowCount() != 0) PrepareIdIndexes();
-    CSeqTableReader files = *m_Files;
+    if (m_PosDirsIndex.empty() && GetFileCount() != 0) PrepareIdIndexes();
+    CSeqTableReader files = _Table(m_Files);
     rec::CFileRecord file;
     for (uint64_t id = 0;; ++id) {
         const uint64_t position = files.GetPos();
@@ -209,6 +230,7 @@ void CIndexBaseReader::ForEachFile(const FileVisitor& visit) {
 }
 
 void CIndexBaseReader::ForEachReparse(const ReparseVisitor& visit) {
+    _Table(m_Files);
     if (!m_Reparses) return;
     if (m_PosDirsIndex.empty() && m_Reparses->GetRowCount() != 0) PrepareIdIndexes();
     CSeqTableReader reparses = *m_Reparses;
@@ -220,7 +242,7 @@ void CIndexBaseReader::ForEachReparse(const ReparseVisitor& visit) {
 }
 
 void CIndexBaseReader::ReadFileAt(uint64_t position, rec::CFileRecord& record) {
-    m_Files->ReadRecordAt(position, record);
+    _Table(m_Files).ReadRecordAt(position, record);
 }
 
 }  // namespace indexer

@@ -49,15 +49,18 @@ public:
     void Open(std::u16string_view fileName);
     void Close();
 
-    uint64_t GetFileCount() const { return m_Files->GetRowCount(); }
-    uint64_t GetDirCount() const { return m_Dirs->GetRowCount(); }
-    uint64_t GetOwnerCount() const { return m_Owners->GetRowCount(); }
+    // Every operation below throws "%1 fail. No index base file is open."
+    // on a reader that is not open.
+    bool IsOpen() const { return m_Data != nullptr; }
+    uint64_t GetFileCount() const { return _Table(m_Files).GetRowCount(); }
+    uint64_t GetDirCount() const { return _Table(m_Dirs).GetRowCount(); }
+    uint64_t GetOwnerCount() const { return _Table(m_Owners).GetRowCount(); }
     // 0 when the base has no reparse table.
-    uint64_t GetReparseCount() const { return m_Reparses ? m_Reparses->GetRowCount() : 0; }
+    uint64_t GetReparseCount() const;
     bool HasIndexes() const { return m_Index.has_value(); }
     // The index table's row count; "Index file is not used!" without one.
     uint64_t GetIndexRowCount() const;
-    const std::vector<idxdata::TTableInfo>& GetTables() const { return m_Data->GetTables(); }
+    const std::vector<idxdata::TTableInfo>& GetTables() const;
 
     void PrepareIdIndexes();
     // Position (table-relative offset) of a row by id. REQUIRES PrepareIdIndexes.
@@ -82,6 +85,9 @@ public:
 private:
     void _OpenIndexBaseFile(std::u16string_view fileName);
     void _CheckTableOrder() const;
+    // The table, or the not-open failure.
+    const idxdata::CSeqTableReader& _Table(const std::optional<idxdata::CSeqTableReader>& table) const;
+    idxdata::CSeqTableReader& _Table(std::optional<idxdata::CSeqTableReader>& table);
     void _CheckDirId(idxdata::CSeqTableReader& table, uint64_t rowId, uint64_t dirId) const;
 
     std::u16string m_FileName;

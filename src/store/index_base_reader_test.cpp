@@ -182,6 +182,11 @@ TEST(IndexBaseReader, LookupTexts) {
                 EXPECT_EQ(Deepest(e), u"indexer::CIndexBaseReader::GetOwnerIndexById fail. Owner ID too big. "
                                       u"[0x0000000000000002]"));
     CIndexBaseReader none;
+    for (auto call : std::vector<std::function<void()>>{
+             [&] { none.GetFileCount(); }, [&] { none.GetReparseCount(); }, [&] { none.GetTables(); },
+             [&] { none.PrepareIdIndexes(); }, [&] { none.GetDirPath(5); },
+             [&] { none.ForEachFile([](uint64_t, uint64_t, const rec::CFileRecord&) {}); }})
+        EXPECT_CEXC(call(), EXPECT_EQ(Deepest(e), u"indexer::CIndexBaseReader fail. No index base file is open."));
     EXPECT_CEXC(none.Open(dir.Path(u"none.ifd")),
                 EXPECT_EQ(First(e), u"indexer::CIndexBaseReader::_OpenIndexBaseFile fail. Cannot open file [" +
                                         dir.Path(u"none.ifd") + u"] for read."));
