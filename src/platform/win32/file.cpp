@@ -114,6 +114,14 @@ uint32_t GetAttributes(std::u16string_view path) {
     return ::GetFileAttributesW(ToWide(path).c_str());
 }
 
+bool SetAttributes(std::u16string_view path, uint32_t attributes) {
+    return ::SetFileAttributesW(ToWide(path).c_str(), attributes) != 0;
+}
+
+bool FileCopy(std::u16string_view from, std::u16string_view to, bool failIfExists) {
+    return ::CopyFileW(ToWide(from).c_str(), ToWide(to).c_str(), failIfExists) != 0;
+}
+
 uint32_t MakeTempFileName(std::u16string_view dir, std::u16string_view prefix,
                           std::u16string& result) {
     wchar_t name[MAX_PATH + 1] = {};

@@ -124,6 +124,26 @@ TEST_F(Win32FileTest, MoveReplaceAndDelete) {
     EXPECT_TRUE(DirRemove(Path(u"e")));
 }
 
+TEST_F(Win32FileTest, CopyAndReadOnly) {
+    WriteFile(u"a", "data");
+    WriteFile(u"b", "old");
+    EXPECT_FALSE(FileCopy(Path(u"a"), Path(u"b"), true));
+    EXPECT_EQ(GetLastError(), kErrFileExists);
+    ASSERT_TRUE(FileCopy(Path(u"a"), Path(u"b"), false));
+    CHandle h = FileOpen(Path(u"b"), kGenericRead, kShareRead, kOpenExisting, 0);
+    int64_t size = 0;
+    ASSERT_TRUE(FileGetSize(h.Get(), &size));
+    EXPECT_EQ(size, 4);
+    h.Close();
+
+    ASSERT_TRUE(SetAttributes(Path(u"b"), kAttrReadOnly));
+    EXPECT_EQ(GetAttributes(Path(u"b")) & kAttrReadOnly, kAttrReadOnly);
+    EXPECT_FALSE(FileDelete(Path(u"b")));
+    EXPECT_EQ(GetLastError(), kErrAccessDenied);
+    ASSERT_TRUE(SetAttributes(Path(u"b"), kAttrNormal));
+    EXPECT_TRUE(FileDelete(Path(u"b")));
+}
+
 TEST_F(Win32FileTest, TempFileNamesAreUniqueAndCreated) {
     std::u16string first, second;
     uint32_t n1 = MakeTempFileName(m_Dir, u"ifdXYZ", first);

@@ -102,6 +102,25 @@ bool SetPriorityClass(uint32_t value) {
     return ::SetPriorityClass(::GetCurrentProcess(), value) != 0;
 }
 
+bool GetFileVersion(std::u16string_view modulePath, uint16_t (&parts)[4]) {
+    const std::wstring path = ToWide(modulePath);
+    DWORD ignored = 0;
+    DWORD size = ::GetFileVersionInfoSizeW(path.c_str(), &ignored);
+    if (size == 0) return false;
+    std::vector<uint8_t> block(size);
+    if (!::GetFileVersionInfoW(path.c_str(), 0, size, block.data())) return false;
+    VS_FIXEDFILEINFO* info = nullptr;
+    UINT length = 0;
+    if (!::VerQueryValueW(block.data(), L"\\", reinterpret_cast<void**>(&info), &length) || !info ||
+        length < sizeof(VS_FIXEDFILEINFO))
+        return Fail(kErrResourceTypeNotFound);
+    parts[0] = HIWORD(info->dwFileVersionMS);
+    parts[1] = LOWORD(info->dwFileVersionMS);
+    parts[2] = HIWORD(info->dwFileVersionLS);
+    parts[3] = LOWORD(info->dwFileVersionLS);
+    return true;
+}
+
 uint32_t GetCurrentProcessId() { return ::GetCurrentProcessId(); }
 uint32_t GetCurrentThreadId() { return ::GetCurrentThreadId(); }
 

@@ -105,6 +105,20 @@ TEST(Win32Process, ModulePathAndArguments) {
     EXPECT_NE(args[0].find(u"platform_tests"), std::u16string::npos);
 }
 
+TEST(Win32Process, FileVersion) {
+    uint16_t parts[4] = {};
+    std::u16string self;
+    ASSERT_TRUE(GetModuleFileName(self));
+    // The test program has no resources at all: 1812 (1813 where it has
+    // resources but no version).
+    EXPECT_FALSE(GetFileVersion(self, parts));
+    EXPECT_TRUE(GetLastError() == 1812u || GetLastError() == kErrResourceTypeNotFound)
+        << GetLastError();
+    // A system library has one (Windows' and Wine's alike).
+    EXPECT_TRUE(GetFileVersion(u"C:\\windows\\system32\\kernel32.dll", parts)) << GetLastError();
+    EXPECT_NE(parts[0], 0);
+}
+
 TEST(Win32Process, Environment) {
     std::u16string value;
     ASSERT_TRUE(SetEnvVar(u"NGI_WIN32_TEST", u"x=1"));
