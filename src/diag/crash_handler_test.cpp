@@ -6,7 +6,9 @@
 
 #include "diag/crash_handler.h"
 
+#include <elf.h>
 #include <fcntl.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
@@ -18,6 +20,7 @@
 #include <array>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <sstream>
@@ -31,13 +34,41 @@ namespace {
 namespace fs = std::filesystem;
 using ::testing::HasSubstr;
 
-int* volatile g_Nowhere = nullptr;
+// An address in the never-mapped first page (not null: a sanitizer would
+// report a null store itself instead of letting the fault happen).
+int* volatile g_Nowhere = reinterpret_cast<int*>(uintptr_t{16});
 
 // The function every dump must show on top of the crashing thread's stack.
 __attribute__((noinline)) void CrashHereOnPurpose() {
     *g_Nowhere = 42;
     asm volatile("" ::: "memory");
 }
+
+// Sleeps in a thread of its own: the core must hold this thread too.
+__attribute__((noinline)) void* WaitForeverOnPurpose(void*) {
+    while (true) pause();
+    return nullptr;
+}
+
+void CrashWithASecondThread() {
+    pthread_t thread;
+    pthread_create(&thread, nullptr, WaitForeverOnPurpose, nullptr);
+    usleep(20000);
+    CrashHereOnPurpose();
+}
+
+volatile bool g_KeepRecursing = true;
+
+__attribute__((noinline)) int RecurseForever(int depth) {
+    volatile char frame[512];
+    frame[0] = static_cast<char>(depth);
+    if (!g_KeepRecursing) return frame[0];
+    return RecurseForever(depth + 1) + frame[0];
+}
+
+void OverflowTheStack() { RecurseForever(0); }
+
+void AbortOnPurpose() { std::abort(); }
 
 // Appends each log line to a file, so that the parent can read what the
 // crashing child logged.
@@ -62,6 +93,24 @@ std::string ReadText(const fs::path& path) {
     std::stringstream s;
     s << in.rdbuf();
     return s.str();
+}
+
+// The bytes of code a core carries: the file sizes of its executable
+// PT_LOAD segments.
+uint64_t CodeBytesInCore(const fs::path& core) {
+    const std::string bytes = ReadText(core);
+    if (bytes.size() < sizeof(Elf64_Ehdr)) return 0;
+    Elf64_Ehdr eh;
+    memcpy(&eh, bytes.data(), sizeof(eh));
+    uint64_t total = 0;
+    for (unsigned i = 0; i < eh.e_phnum; ++i) {
+        const uint64_t at = eh.e_phoff + uint64_t(i) * sizeof(Elf64_Phdr);
+        if (at + sizeof(Elf64_Phdr) > bytes.size()) break;
+        Elf64_Phdr ph;
+        memcpy(&ph, bytes.data() + at, sizeof(ph));
+        if (ph.p_type == PT_LOAD && (ph.p_flags & PF_X)) total += ph.p_filesz;
+    }
+    return total;
 }
 
 std::vector<std::string> Names(const fs::path& folder) {
@@ -95,6 +144,10 @@ protected:
         settings.tempFolder = util::Utf8ToUtf16((root / "tmp").string());
     }
     void TearDown() override {
+        if (getenv("NGI_KEEP_CRASH_FILES")) {  // for a look at the dumps by hand
+            std::fprintf(stderr, "crash files kept in %s\n", root.c_str());
+            return;
+        }
         std::error_code ec;
         fs::remove_all(root, ec);
     }
@@ -102,7 +155,8 @@ protected:
     // Forks a child that installs the handler with `settings`, registers two
     // crash handlers (each leaves a line in "handlers") and crashes. Returns
     // the child's wait status.
-    int CrashChild() {
+    int CrashChild(void (*crash)() = CrashHereOnPurpose) {
+        std::fflush(nullptr);  // the child must not print the parent's buffers again
         pid_t child = fork();
         if (child == 0) {
             GetLog().SetWriter(std::make_shared<CLogToFile>((root / "log").string()));
@@ -115,7 +169,7 @@ protected:
                 CCrashHandler::Instance().GetDeinitSeq()->Add([marks, mark] {
                     CLogToFile(marks).WriteLine(0, GetLog(), 0, util::Utf8ToUtf16(mark));
                 });
-            CrashHereOnPurpose();
+            crash();
             _exit(99);  // not reached
         }
         int status = 0;
@@ -123,9 +177,9 @@ protected:
         return status;
     }
 
-    void ExpectKilledBySegv(int status) {
+    void ExpectKilledBySegv(int status, int signal = SIGSEGV) {
         ASSERT_TRUE(WIFSIGNALED(status)) << "status " << status;
-        EXPECT_EQ(WTERMSIG(status), SIGSEGV);
+        EXPECT_EQ(WTERMSIG(status), signal);
     }
 
     void ExpectHandlersRan() {
@@ -136,12 +190,14 @@ protected:
     }
 
     // gdb's backtrace of the core must name the crashing function.
-    void ExpectGdbShowsCrash(const fs::path& core) {
+    void ExpectGdbShowsCrash(const fs::path& core, const std::string& command = "bt") {
         if (RunCommand("command -v gdb").empty()) {
             GTEST_SKIP() << "gdb is not installed";
         }
         const std::string exe = fs::read_symlink("/proc/self/exe");
-        const std::string bt = RunCommand("gdb -nx -batch -ex bt '" + exe + "' '" + core.string() + "' 2>&1");
+        const std::string bt = RunCommand("gdb -nx -batch -ex '" + command + "' '" + exe + "' '" +
+                                          core.string() + "' 2>&1");
+        lastGdbOutput = bt;
         EXPECT_THAT(bt, HasSubstr("CrashHereOnPurpose")) << bt;
         EXPECT_THAT(bt, HasSubstr("SIGSEGV")) << bt;
     }
@@ -152,6 +208,7 @@ protected:
 
     fs::path root, dumps;
     crash::TDumpSettings settings;
+    std::string lastGdbOutput;
 };
 
 TEST_F(CrashHandlerTest, MinidumpGeneratorLeavesACoreThatGdbReads) {
@@ -161,6 +218,7 @@ TEST_F(CrashHandlerTest, MinidumpGeneratorLeavesACoreThatGdbReads) {
     const std::string core = ReadText(dumps / "Indexer_crash_0.mdmp");
     ASSERT_GT(core.size(), 64u);
     EXPECT_EQ(core.substr(0, 4), "\x7f" "ELF");
+    EXPECT_LT(CodeBytesInCore(dumps / "Indexer_crash_0.mdmp"), 64u * 4096);
     EXPECT_THAT(ReadText(root / "log"), HasSubstr("Writing dump. Dump path: "));
     ExpectHandlersRan();
     ExpectGdbShowsCrash(dumps / "Indexer_crash_0.mdmp");
@@ -181,13 +239,52 @@ TEST_F(CrashHandlerTest, OutOfProcessGeneratorLeavesTheRecordersCore) {
     ExpectGdbShowsCrash(dumps / names[0]);
 }
 
+TEST_F(CrashHandlerTest, EveryThreadIsInTheCoreTheCrashingOneFirst) {
+    SkipWithoutDumpSupport();
+    ExpectKilledBySegv(CrashChild(CrashWithASecondThread));
+    ASSERT_EQ(Names(dumps), std::vector<std::string>{"Indexer_crash_0.mdmp"});
+    ExpectGdbShowsCrash(dumps / "Indexer_crash_0.mdmp", "thread apply all bt");
+    EXPECT_THAT(lastGdbOutput, HasSubstr("WaitForeverOnPurpose")) << lastGdbOutput;
+    // libc frames resolve: the debugger found the shared libraries
+    EXPECT_THAT(lastGdbOutput, HasSubstr("pause")) << lastGdbOutput;
+    // gdb lists the current (crashing) thread's frames with "#0" first in bt
+    ExpectGdbShowsCrash(dumps / "Indexer_crash_0.mdmp", "bt 1");
+}
+
+TEST_F(CrashHandlerTest, FullMemoryDumpThroughTheRecorder) {
+    SkipWithoutDumpSupport();
+    settings.outOfProcDumpGen = 1;
+    settings.dumpModeName = u"Full";
+    ExpectKilledBySegv(CrashChild());
+    const auto names = Names(dumps);
+    ASSERT_EQ(names.size(), 1u);
+    ExpectGdbShowsCrash(dumps / names[0]);
+    // Full memory carries the code as well (a normal dump only the first
+    // page of each code mapping).
+    EXPECT_GT(CodeBytesInCore(dumps / names[0]), 1u << 20);
+}
+
+TEST_F(CrashHandlerTest, AbortIsACrashToo) {
+    settings.processDumpsSupported = false;
+    ExpectKilledBySegv(CrashChild(AbortOnPurpose), SIGABRT);
+    EXPECT_THAT(ReadText(dumps / "Indexer_crash_0.log"), HasSubstr("(SIGABRT)"));
+    ExpectHandlersRan();
+}
+
+TEST_F(CrashHandlerTest, StackOverflowIsCaughtOnTheAlternateStack) {
+    settings.processDumpsSupported = false;
+    ExpectKilledBySegv(CrashChild(OverflowTheStack));
+    EXPECT_THAT(ReadText(dumps / "Indexer_crash_0.log"), HasSubstr("Stack frames:"));
+    ExpectHandlersRan();
+}
+
 TEST_F(CrashHandlerTest, LegacyGeneratorWritesTheTextReport) {
     settings.processDumpsSupported = false;
     ExpectKilledBySegv(CrashChild());
     ASSERT_EQ(Names(dumps), std::vector<std::string>{"Indexer_crash_0.log"});
     const std::string report = ReadText(dumps / "Indexer_crash_0.log");
     EXPECT_THAT(report, HasSubstr("// Exception: 0x0000000b (SIGSEGV)"));
-    EXPECT_THAT(report, HasSubstr("Address: 0x0000000000000000"));
+    EXPECT_THAT(report, HasSubstr("Address: 0x0000000000000010"));
     EXPECT_THAT(report, HasSubstr("Loaded modules:"));
     EXPECT_THAT(report, HasSubstr("Registers:"));
     EXPECT_THAT(report, HasSubstr("Stack frames:"));
@@ -226,6 +323,7 @@ TEST_F(CrashHandlerTest, UndeletableDumpsStopTheDumpButNotTheHandlers) {
 
 TEST_F(CrashHandlerTest, AFailingHandlerSkipsTheRestAndTheProcessStillEnds) {
     settings.processDumpsSupported = false;
+    std::fflush(nullptr);
     pid_t child = fork();
     if (child == 0) {
         GetLog().SetWriter(std::make_shared<CLogToFile>((root / "log").string()));

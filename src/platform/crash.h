@@ -97,7 +97,8 @@ bool GetUserTempFolder(std::u16string& folder);
 uint64_t DuplicateCurrentProcess();
 
 // CreateFileW(GENERIC_WRITE, share read and delete, CREATE_NEW) of a program
-// file: on POSIX the file may be run (mode 0700). 80 when it exists.
+// file: on POSIX the file may be run (mode 0700). 80 when it exists; POSIX:
+// 5 when the folder's file system doesn't let programs run (noexec).
 CHandle ProgramFileCreate(std::u16string_view path);
 
 // Reopens a written program file for deletion (DELETE access,

@@ -7,6 +7,7 @@
 #include <signal.h>
 #include <sys/mman.h>
 #include <sys/prctl.h>
+#include <sys/statvfs.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -242,7 +243,19 @@ CHandle ProgramFileCreate(std::u16string_view path) {
     do {
         fd = open(native.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0700);
     } while (fd < 0 && errno == EINTR);
-    if (fd < 0) posix::FailErrno();
+    if (fd < 0) {
+        posix::FailErrno();
+        return CHandle();
+    }
+    // A program on a file system mounted noexec could be written and never
+    // run: refuse it now, while another way of dumping can still be chosen.
+    struct statvfs fsInfo;
+    if (fstatvfs(fd, &fsInfo) == 0 && (fsInfo.f_flag & ST_NOEXEC)) {
+        close(fd);
+        unlink(native.c_str());
+        posix::Fail(kErrAccessDenied);
+        return CHandle();
+    }
     return CHandle(fd);
 }
 

@@ -294,10 +294,12 @@ uint64_t ChooseDataSize(const TMapping& m, uint32_t dumpType, uint64_t pageSize)
         return 0;
     if (dumpType & kDumpWithFullMemory) return size <= kFullMappingLimit ? size : 0;
     const bool fileBacked = m.inode != 0 && m.nameLength > 0 && m.name[0] == '/';
-    if (NameIs(m, "[vdso]") || NameIs(m, "[stack]") || (m.flags & PF_W) || !fileBacked)
+    // Data of files counts too: a relocated read-only part (RELRO) holds
+    // what a debugger needs to find the shared libraries.
+    if (NameIs(m, "[vdso]") || !fileBacked || !(m.flags & PF_X))
         return size <= kNormalMappingLimit ? size : 0;
-    // Code and read-only data are in their files; the first page of a file
-    // mapped from its start carries the ELF headers (and the build id).
+    // Code is in its file; the first page of a file mapped from its start
+    // carries the ELF headers (and the build id).
     return m.offset == 0 ? pageSize : 0;
 }
 
@@ -459,7 +461,7 @@ int WriteCoreStopped(int fd, pid_t pid, pid_t crashTid, uint64_t crashInfoAddres
         notes.Add(NT_PRFPREG, &threads[lead].fpRegs, sizeof(threads[lead].fpRegs));
     for (size_t i = 0; i < threadCount; ++i) {
         if (i == lead) continue;
-        AddThreadNotes(notes, threads[i], pid, 0);
+        AddThreadNotes(notes, threads[i], pid, crash.signal);  // as the kernel does
         if (threads[i].haveFpRegs) notes.Add(NT_PRFPREG, &threads[i].fpRegs, sizeof(threads[i].fpRegs));
     }
 
