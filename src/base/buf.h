@@ -35,6 +35,10 @@ public:
         m_Data = nullptr;
         m_Count = 0;
         if (count == 0) return;
+        // A count read from disk may be absurd: its byte size must not wrap.
+        if (count > SIZE_MAX / sizeof(T))
+            throw CExc(u"Failed to allocate %1 bytes.", util::ToStrU64(count) + u" * " +
+                                                            util::ToStrU64(sizeof(T)));
         void* p = std::malloc(count * sizeof(T));
         if (!p) throw CExc(u"Failed to allocate %1 bytes.", util::ToStrU64(count * sizeof(T)));
         m_Data = static_cast<T*>(p);
@@ -48,7 +52,7 @@ public:
             Allocate(0);
             return;
         }
-        void* p = std::realloc(m_Data, count * sizeof(T));
+        void* p = count > SIZE_MAX / sizeof(T) ? nullptr : std::realloc(m_Data, count * sizeof(T));
         if (!p)
             throw CExc(u"Cannot reallocate memory buffer. Requested size of the buffer is %1 "
                        u"elements, previous - %2.",

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/buf.h"
 #include "base/format.h"
 
 TEST(FormatMessageArgs, Table) {
@@ -68,4 +69,54 @@ TEST(Format, Numbers) {
     EXPECT_EQ(util::HexCode(0x80004005u), u"0x80004005");
     EXPECT_EQ(util::ToStr(-7), u"-7");
     EXPECT_EQ(util::ToStrU64(18446744073709551615ull), u"18446744073709551615");
+}
+
+TEST(CExc, EmptyDescriptionAndThreeArguments) {
+    CExc e(u"x");
+    EXPECT_EQ(CExc(u"%1/%2/%3", u"a", u"b", u"c", 5).GetDescription(), u"a/b/c");
+    EXPECT_EQ(CExc(u"%1/%2", u"a", u"b").GetCode(), kHrFail);
+    // A context that ends in CR LF followed by another gives one line end.
+    e.AddContext(u"ctx %1\r\n", u"1");
+    e.AddContextNumber(u"n=%1", -5);
+    EXPECT_EQ(e.GetDescription(), u"n=-5\r\nctx 1\r\nx");
+    // NTSTATUS values and HRESULTs are negative: kept.
+    EXPECT_EQ(NormaliseCode(static_cast<int32_t>(0xC0000005)), static_cast<int32_t>(0xC0000005));
+    EXPECT_EQ(NormaliseCode(0x10005), static_cast<int32_t>(0x80070005));
+}
+
+TEST(CExc, DescriptionOfNoMessagesIsEmpty) {
+    struct CBare : CExc {
+        CBare() : CExc(NoMessage{}, 0) {}
+    };
+    EXPECT_EQ(CBare().GetDescription(), u"");
+}
+
+TEST(CBuf, AllocateResizeAndAbsurdCounts) {
+    CBuf<uint32_t> buf(4);
+    EXPECT_EQ(buf.SizeInBytes(), 16u);
+    buf.Zero();
+    buf[3] = 7;
+    buf.Resize(8);
+    EXPECT_EQ(buf[3], 7u);
+    buf.Reserve(2);  // never shrinks
+    EXPECT_EQ(buf.Count(), 8u);
+    CBuf<uint32_t> moved(std::move(buf));
+    EXPECT_EQ(moved.Count(), 8u);
+    EXPECT_EQ(buf.Count(), 0u);
+    try {
+        moved.Allocate(SIZE_MAX / 2);  // the byte size would wrap
+        FAIL();
+    } catch (const CExc& e) {
+        EXPECT_EQ(e.GetDescription().rfind(u"Failed to allocate ", 0), 0u);
+    }
+    try {
+        moved.Allocate(1);
+        moved.Resize(SIZE_MAX / 2);
+        FAIL();
+    } catch (const CExc& e) {
+        EXPECT_EQ(e.GetDescription().rfind(u"Cannot reallocate memory buffer. Requested size of the "
+                                           u"buffer is ", 0),
+                  0u);
+    }
+    EXPECT_EQ(moved.Count(), 1u);  // a failed growth keeps the block
 }
