@@ -8,7 +8,6 @@
 #include "diag/log.h"
 #include "platform/errors.h"
 #include "platform/file.h"
-#include "store/file_reader.h"
 #include "store/file_writer.h"
 #include "store/seq_table.h"
 #include "store/table_format.h"
@@ -230,17 +229,7 @@ void CIndexBase::_Combine() {
         target.SetCurFilePos(start + countPos);
         target.WriteLongLong(count);
         target.SetCurFilePos(end);
-        {
-            CFileReader reader;
-            reader.Open(table.tempName);
-            reader.SetDeleteOnClose();
-            uint32_t got = 0;
-            do {
-                got = reader.ReadBuf(buffer.Get(), kCopyBufferSize);
-                if (got == 0) break;
-                target.WriteBuf(buffer.Get(), got);
-            } while (got == kCopyBufferSize);
-        }
+        AppendAndDelete(target, table.tempName, buffer);
         start = end;
         end = target.GetCurFilePos();
         count = table.rowCount;

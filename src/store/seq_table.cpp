@@ -86,6 +86,20 @@ void AddToCombine(std::list<std::u16string>& list, CSeqTableWriter& table) {
     GetLog().Detail(u"Adding file [%1] to combine.", table.GetFileName());
 }
 
+// Copies in steps of the buffer's size; a short step is the end of the file.
+void AppendAndDelete(CFileWriter& target, const std::u16string& name, CBuf<uint8_t>& buffer) {
+    CFileReader reader;
+    reader.Open(name);
+    reader.SetDeleteOnClose();
+    const auto step = static_cast<uint32_t>(buffer.Count());
+    uint32_t got = 0;
+    do {
+        got = reader.ReadBuf(buffer.Get(), step);
+        if (got == 0) break;
+        target.WriteBuf(buffer.Get(), got);
+    } while (got == step);
+}
+
 void CombineTables(const std::list<std::u16string>& list, std::u16string_view targetName) {
     CLogBlock block(GetLog(), u"Combining tables into one file: [%1].", targetName);
     if (list.empty()) throw CExc(u"Cannot combine. List of files is empty");
@@ -94,16 +108,8 @@ void CombineTables(const std::list<std::u16string>& list, std::u16string_view ta
     CBuf<uint8_t> buffer(kCopyBufferSize);
     uint64_t pendingLink = 0;
     for (const auto& name : list) {
-        CFileReader reader;
-        reader.Open(name);
-        reader.SetDeleteOnClose();
         const uint64_t start = target.GetCurFilePos();
-        uint32_t got = 0;
-        do {
-            got = reader.ReadBuf(buffer.Get(), kCopyBufferSize);
-            if (got == 0) break;
-            target.WriteBuf(buffer.Get(), got);
-        } while (got == kCopyBufferSize);
+        AppendAndDelete(target, name, buffer);
         if (pendingLink != 0) {
             const uint64_t end = target.GetCurFilePos();
             target.SetCurFilePos(pendingLink);

@@ -15,6 +15,7 @@
 #include <string>
 #include <string_view>
 
+#include "base/buf.h"
 #include "store/file_writer.h"
 #include "store/records.h"
 
@@ -68,6 +69,10 @@ void AddToCombine(std::list<std::u16string>& list, CSeqTableWriter& table);
 // combine. List of files is empty". A failure halfway leaves the target
 // incomplete and the files not yet copied in place.
 void CombineTables(const std::list<std::u16string>& list, std::u16string_view targetName);
+
+// Appends the whole file `name` to target at its position, through buffer
+// (REQUIRES: not empty), then deletes the file.
+void AppendAndDelete(CFileWriter& target, const std::u16string& name, CBuf<uint8_t>& buffer);
 
 // Deletes every "ifd????.tmp" in directory (results of the deletes ignored).
 // No match is no failure; a failed search throws CWin32Exc "Cannot find files
