@@ -1,0 +1,146 @@
+#pragma once
+// Tests only (POSIX): an instance folder as the backup system lays it out
+// (the built program with its filter files, snapshot mapping and a registry
+// file that holds the volume table) and runs of the program in it.
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "base/utf.h"
+#include "testing/temp_dir.h"
+
+namespace runtest {
+
+namespace fs = std::filesystem;
+
+inline std::string ReadBytes(const fs::path& path) {
+    std::ifstream in(path, std::ios::binary);
+    std::stringstream s;
+    s << in.rdbuf();
+    return s.str();
+}
+
+// UTF-16LE (after its mark) or UTF-8 text as UTF-8.
+inline std::string TextOf(const fs::path& path) {
+    const std::string bytes = ReadBytes(path);
+    if (bytes.size() < 2 || bytes[0] != '\xFF' || bytes[1] != '\xFE') return bytes;
+    std::u16string text;
+    for (size_t i = 2; i + 1 < bytes.size(); i += 2)
+        text += static_cast<char16_t>(static_cast<uint8_t>(bytes[i]) | (static_cast<uint8_t>(bytes[i + 1]) << 8));
+    return util::Utf16ToUtf8(text);
+}
+
+// "\\?\Volume{<id>}\" of a test volume.
+inline std::string VolumeName(const std::string& id) { return "\\\\?\\Volume{" + id + "}\\"; }
+
+struct TVolume {
+    std::string mountPoint;  // "C:"
+    std::string guid;        // "0000000c-0000-0000-0000-00000000000c"
+    fs::path folder;
+    fs::path device;         // empty when none
+};
+
+struct TShadow {
+    std::string name;
+    fs::path device, folder;
+};
+
+class CInstance {
+public:
+    CInstance() {
+        fs::create_directories(Bin());
+        // A copy, not a link: the program finds its inputs beside its own file.
+        const fs::path built = fs::read_symlink("/proc/self/exe").parent_path() / "NorvaGuestIndexer";
+        fs::copy_file(built, Bin() / "NorvaGuestIndexer");
+        fs::create_directories(m_Dir.Native() / "locks");
+        SetVolumes({}, {});
+        Filters({}, {});
+    }
+
+    fs::path Root() const { return m_Dir.Native(); }
+    fs::path Bin() const { return m_Dir.Native() / "bin"; }
+    fs::path Out() const { return m_Dir.Native() / "out"; }
+    fs::path Logs() const { return m_Dir.Native() / "logs"; }
+
+    // Lines of the two filter files: UTF-16LE with its mark, CR LF.
+    void Filters(const std::vector<std::string>& include, const std::vector<std::string>& exclude) {
+        WriteFilter("NorvaGuestIndexer.inc.filter", include);
+        WriteFilter("NorvaGuestIndexer.exc.filter", exclude);
+    }
+
+    void SetVolumes(const std::vector<TVolume>& volumes, const std::vector<TShadow>& shadows) {
+        std::string text = "Windows Registry Editor Version 5.00\r\n\r\n";
+        for (const auto& v : volumes) {
+            text += "[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\" + v.mountPoint.substr(0, 1) + "]\r\n";
+            text += "\"MountPoints\"=\"" + v.mountPoint + "\"\r\n";
+            text += "\"VolumeName\"=\"{" + v.guid + "}\"\r\n";
+            text += "\"Folder\"=\"" + v.folder.string() + "\"\r\n";
+            if (!v.device.empty()) text += "\"Device\"=\"" + v.device.string() + "\"\r\n";
+            text += "\r\n";
+        }
+        int n = 0;
+        for (const auto& s : shadows) {
+            text += "[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Shadows\\S" + std::to_string(n++) + "]\r\n";
+            text += "\"Name\"=\"" + s.name + "\"\r\n";
+            if (!s.device.empty()) text += "\"Device\"=\"" + s.device.string() + "\"\r\n";
+            if (!s.folder.empty()) text += "\"Folder\"=\"" + s.folder.string() + "\"\r\n";
+            text += "\r\n";
+        }
+        std::ofstream(Root() / "registry.reg", std::ios::binary) << text;
+    }
+
+    // Entries: volume GUID name and shadow name.
+    void Mapping(const std::vector<std::pair<std::string, std::string>>& entries) {
+        std::string xml = "<?xml version=\"1.0\"?>\n<ShadowsList>\n";
+        for (const auto& [volume, shadow] : entries)
+            xml += "  <Shadow>\n    <OriginalVolumeGuidName>" + volume +
+                   "</OriginalVolumeGuidName>\n    <ShadowMountPointName>" + shadow +
+                   "</ShadowMountPointName>\n  </Shadow>\n";
+        xml += "</ShadowsList>\n";
+        std::ofstream(Bin() / "NorvaGuestIndexer.SnapshotMapping.xml", std::ios::binary) << xml;
+    }
+
+    // Runs "-opt yes [extra] -log <logs> <out>" (Out() unless `out` is
+    // given); the exit code.
+    int Run(const std::string& extra = {}, const fs::path& out = {}) {
+        const std::string command =
+            "NGI_REGISTRY_FILE=\"" + (Root() / "registry.reg").string() + "\" NGI_LOCK_DIR=\"" +
+            (Root() / "locks").string() + "\" \"" + (Bin() / "NorvaGuestIndexer").string() +
+            "\" -opt yes " + extra + " -log \"" + Logs().string() + "\" \"" + (out.empty() ? Out() : out).string() + "\" >\"" +
+            (Root() / "stdout").string() + "\" 2>\"" + (Root() / "stderr").string() + "\"";
+        const int status = std::system(command.c_str());
+        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+    }
+
+    std::string Output() const { return ReadBytes(Root() / "stdout") + ReadBytes(Root() / "stderr"); }
+
+    // The text of the log files of the run (one a day).
+    std::string LogText() const {
+        std::string text;
+        if (!fs::exists(Logs())) return text;
+        for (const auto& e : fs::directory_iterator(Logs())) text += TextOf(e.path());
+        return text;
+    }
+
+private:
+    void WriteFilter(const std::string& name, const std::vector<std::string>& lines) {
+        std::string bytes = "\xFF\xFE";
+        for (const auto& line : lines)
+            for (char16_t c : util::Utf8ToUtf16(line + "\r\n")) {
+                bytes += static_cast<char>(c & 0xFF);
+                bytes += static_cast<char>(c >> 8);
+            }
+        std::ofstream(Bin() / name, std::ios::binary) << bytes;
+    }
+
+    ngitest::CTempDir m_Dir;
+};
+
+}  // namespace runtest
