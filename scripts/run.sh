@@ -1,9 +1,98 @@
 #!/usr/bin/env bash
-# The main job: builds the indexer and runs it as a new user would.
+# The main job: builds the indexer and runs it as the backup system would,
+# over the sample volume in samples/, then shows what it produced.
+#
+# It lays out, in a temporary folder:
+#   instance/   the program with its two filter files and snapshot mapping
+#   c/, d/      the live volumes C: and D: (C: a copy of samples/volume-c)
+#   shadow-c/   C:'s shadow copy, a copy of c/ taken before C: changes
+#   registry.reg  the volume table that maps C:, D: to those folders
+# and runs: NorvaGuestIndexer -opt yes -log <work>/logs <work>/out
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build build -j"$(nproc)" --target NorvaGuestIndexer
-echo "=== build/src/app/NorvaGuestIndexer (no arguments: the usage)"
-build/src/app/NorvaGuestIndexer || echo "(exit code $?)"
+build=${NGI_BUILD_DIR:-build}  # another build folder, and fewer jobs, on a shared machine
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+cmake --build "$build" -j"${NGI_JOBS:-$(nproc)}" --target NorvaGuestIndexer NorvaIndexDump
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/ngi-run.XXXXXX")
+instance=$work/instance
+mkdir -p "$instance" "$work/d/Archive"
+cp "$build/src/app/NorvaGuestIndexer" "$instance/"
+
+# The volumes. Git carries no empty folders and no absolute links: add them.
+cp -a samples/volume-c "$work/c"
+mkdir -p "$work/c/Users/bob/Empty folder"
+ln -s "$work/c/Users/alice/Documents/Projects" "$work/c/Users/alice/Desktop-Projects"
+ln -s "$work/d/Archive" "$work/c/Users/bob/Archive on D"
+printf 'old mail\n' > "$work/d/Archive/mail.txt"
+cp -a "$work/c" "$work/shadow-c"
+# Written after the shadow was taken: the index does not see it.
+printf 'too late\n' > "$work/c/Users/alice/Documents/after-the-snapshot.txt"
+
+cat > "$work/registry.reg" <<EOF
+Windows Registry Editor Version 5.00
+
+[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\C]
+"MountPoints"="C:"
+"VolumeName"="{5a4d1e2c-0000-4c00-8000-00000000000c}"
+"Folder"="$work/c"
+
+[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\D]
+"MountPoints"="D:"
+"VolumeName"="{5a4d1e2c-0000-4c00-8000-00000000000d}"
+"Folder"="$work/d"
+EOF
+
+# Filter files: UTF-16LE with its mark, lines ended by CR LF.
+filter() {  # file lines...
+  local file=$1
+  shift
+  { printf '\xff\xfe'; printf '%s\r\n' "$@" | iconv -f UTF-8 -t UTF-16LE; } > "$file"
+}
+filter "$instance/NorvaGuestIndexer.inc.filter" 'C:\Users' 'C:\Program Files'
+filter "$instance/NorvaGuestIndexer.exc.filter" 'C:\Users\alice\AppData'
+
+cat > "$instance/NorvaGuestIndexer.SnapshotMapping.xml" <<EOF
+<?xml version="1.0"?>
+<ShadowsList>
+  <Shadow>
+    <OriginalVolumeGuidName>\\\\?\\Volume{5a4d1e2c-0000-4c00-8000-00000000000c}\\</OriginalVolumeGuidName>
+    <ShadowMountPointName>$work/shadow-c</ShadowMountPointName>
+    <IsClustered>false</IsClustered>
+    <VolumeId>{0f6c1d3e-1111-4222-8333-944455556666}</VolumeId>
+  </Shadow>
+</ShadowsList>
+EOF
+
+echo "=== instance folder $instance"
+ls -l "$instance"
+echo
+echo "=== NorvaGuestIndexer -opt yes -log $work/logs $work/out"
+set +e
+NGI_REGISTRY_FILE="$work/registry.reg" NGI_LOCK_DIR="$work" \
+  "$instance/NorvaGuestIndexer" -opt yes -log "$work/logs" "$work/out"
+code=$?
+set -e
+echo "(exit code $code)"
+echo
+echo "=== $work/out"
+ls -l "$work/out"
+if [ -f "$work/out/summary.txt" ]; then
+  echo
+  echo "=== summary.txt"
+  iconv -f UTF-16 -t UTF-8 "$work/out/summary.txt" | tr -d '\r'
+fi
+for index in "$work"/out/volume.*.ifd; do
+  [ -e "$index" ] || continue
+  echo
+  echo "=== $(basename "$index"), decoded"
+  "$build/tools/index_dump/NorvaIndexDump" "$index"
+done
+echo
+for log in "$work"/logs/*.log; do
+  echo "=== the log, $log (UTF-16 on disk)"
+  iconv -f UTF-16 -t UTF-8 "$log" | tr -d '\r'
+done
+echo "Everything is in $work; remove it when done."
+exit "$code"
