@@ -151,6 +151,16 @@ int GetDirectoryName(std::u16string_view path, std::u16string& name) {
     return 0;
 }
 
+std::u16string TrimTrailingBackslashes(std::u16string_view text) {
+    while (!text.empty() && text.back() == u'\\') text.remove_suffix(1);
+    return std::u16string(text);
+}
+
+std::u16string TrimTrailingSeparators(std::u16string_view text) {
+    while (!text.empty() && IsSeparator(text.back())) text.remove_suffix(1);
+    return std::u16string(text);
+}
+
 bool StartsWith(std::u16string_view path, std::u16string_view prefix) {
     return path.size() >= prefix.size() && path.substr(0, prefix.size()) == prefix;
 }

@@ -60,6 +60,11 @@ int GetFileName(std::u16string_view path, std::u16string& name);
 // 0 with what precedes the last separator, or the codes of FindLastSeparator.
 int GetDirectoryName(std::u16string_view path, std::u16string& name);
 
+// The text without its trailing "\" characters; the second form also
+// drops trailing "/".
+std::u16string TrimTrailingBackslashes(std::u16string_view text);
+std::u16string TrimTrailingSeparators(std::u16string_view text);
+
 // Exact and case-sensitive; false when the path is shorter.
 bool StartsWith(std::u16string_view path, std::u16string_view prefix);
 

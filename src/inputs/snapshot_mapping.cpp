@@ -2,6 +2,7 @@
 
 #include "base/case.h"
 #include "diag/log.h"
+#include "inputs/path_utils.h"
 #include "inputs/volume.h"
 #include "platform/errors.h"
 #include "platform/file.h"
@@ -12,16 +13,6 @@ namespace indexer {
 namespace {
 
 constexpr int32_t kHrNoInterface = static_cast<int32_t>(0x80004002);
-
-std::u16string WithoutTrailingSeparators(std::u16string text) {
-    while (!text.empty() && (text.back() == u'\\' || text.back() == u'/')) text.pop_back();
-    return text;
-}
-
-std::u16string WithoutTrailingBackslashes(std::u16string text) {
-    while (!text.empty() && text.back() == u'\\') text.pop_back();
-    return text;
-}
 
 platform::CXmlNode RequireChild(const platform::CXmlNode& parent, std::u16string_view name) {
     platform::CXmlNode child = parent.FindChild(name);
@@ -55,9 +46,9 @@ void CSnapshotMapping::LoadFromFile(std::u16string_view path) {
                           kHrNoInterface);
         TShadowDescription shadow;
         shadow.OriginalVolumeGuidName =
-            WithoutTrailingSeparators(RequireChild(child, u"OriginalVolumeGuidName").GetText());
+            TrimTrailingSeparators(RequireChild(child, u"OriginalVolumeGuidName").GetText());
         shadow.ShadowMountPointName =
-            WithoutTrailingSeparators(RequireChild(child, u"ShadowMountPointName").GetText());
+            TrimTrailingSeparators(RequireChild(child, u"ShadowMountPointName").GetText());
         const platform::CXmlNode clustered = child.FindChild(u"IsClustered");
         if (clustered.IsNull())
             GetLog().Detail(u"IsClustered parameter was not found");
@@ -97,12 +88,12 @@ void BuildVolumeDescriptions(const CFilterReader& reader, std::vector<CIndexingV
         }
     }
 
-    for (auto& line : include) line = WithoutTrailingBackslashes(std::move(line));
-    for (auto& line : exclude) line = WithoutTrailingBackslashes(std::move(line));
+    for (auto& line : include) line = TrimTrailingBackslashes(line);
+    for (auto& line : exclude) line = TrimTrailingBackslashes(line);
     CreateIndexingVolumeInfo(include, exclude, volumes, system);
 
     for (auto& volume : volumes) {
-        const std::u16string device = WithoutTrailingSeparators(GetVolumeDeviceName(volume.m_Name, system));
+        const std::u16string device = TrimTrailingSeparators(GetVolumeDeviceName(volume.m_Name, system));
         bool found = false;
         for (const auto& shadow : mapping.m_Shadows) {
             if (shadow.OriginalVolumeGuidName != device) continue;  // exact, case included

@@ -3,8 +3,20 @@
 #include "base/case.h"
 #include "base/format.h"
 #include "diag/log.h"
+#include "inputs/path_utils.h"
 #include "platform/errors.h"
 #include "platform/file.h"
+
+namespace {
+
+// A mount point as the volume calls want it: ending in "\" (or "/").
+std::u16string WithTrailingSeparator(std::u16string_view name) {
+    std::u16string result(name);
+    if (result.empty() || (result.back() != u'\\' && result.back() != u'/')) result += u'\\';
+    return result;
+}
+
+}  // namespace
 
 namespace diskmgmt {
 
@@ -19,17 +31,6 @@ constexpr int kMaxMountPointAttempts = 16;
 
 constexpr std::u16string_view kFileSystemNames[] = {u"FAT",  u"FAT32", u"NTFS",  u"HPFS", u"CDFS",
                                                     u"UDF",  u"NWFS",  u"exFAT", u"ReFS"};
-
-std::u16string WithTrailingSeparator(std::u16string_view name) {
-    std::u16string result(name);
-    if (result.empty() || (result.back() != u'\\' && result.back() != u'/')) result += u'\\';
-    return result;
-}
-
-std::u16string WithoutTrailingSeparator(std::u16string_view name) {
-    while (!name.empty() && (name.back() == u'\\' || name.back() == u'/')) name.remove_suffix(1);
-    return std::u16string(name);
-}
 
 }  // namespace
 
@@ -133,7 +134,7 @@ bool IsFloppyVolume(std::u16string_view volumeName, platform::IVolumes& volumes)
     CVolume volume(volumeName, volumes);
     for (const auto& mountPoint : volume.GetMountPoints()) {
         std::vector<std::u16string> targets;
-        if (volumes.QueryDosDevice(WithoutTrailingSeparator(mountPoint), targets, kPathBuffer) &&
+        if (volumes.QueryDosDevice(indexer::TrimTrailingSeparators(mountPoint), targets, kPathBuffer) &&
             !targets.empty() && targets.front().starts_with(u"\\Device\\Floppy"))
             return true;
     }
@@ -179,10 +180,8 @@ constexpr std::u16string_view kVolumeNameTemplate = u"\\\\?\\Volume{XXXXXXXX-XXX
 }
 
 std::u16string GetVolumeDeviceName(std::u16string_view mountPoint, platform::IVolumes& volumes) {
-    std::u16string root(mountPoint);
-    if (root.empty() || (root.back() != u'\\' && root.back() != u'/')) root += u'\\';
     std::u16string name;
-    if (!volumes.GetVolumeNameForVolumeMountPoint(root, name, 260))
+    if (!volumes.GetVolumeNameForVolumeMountPoint(WithTrailingSeparator(mountPoint), name, 260))
         throw CWin32Exc(u"Failed to get volume device name. Volume mount point: [%1]", mountPoint);
     return name;
 }

@@ -4,6 +4,7 @@
 
 #include "base/case.h"
 #include "diag/log.h"
+#include "inputs/path_utils.h"
 #include "platform/errors.h"
 
 namespace indexer {
@@ -13,11 +14,6 @@ namespace {
 constexpr uint32_t kIncludePathBuffer = 260;
 constexpr uint32_t kExcludePathBuffer = 261;
 constexpr uint32_t kMountPointBuffer = 261;
-
-std::u16string WithoutTrailingBackslashes(std::u16string_view text) {
-    while (!text.empty() && text.back() == u'\\') text.remove_suffix(1);
-    return std::u16string(text);
-}
 
 CIndexingVolumeInfo* FindVolume(std::vector<CIndexingVolumeInfo>& volumes, std::u16string_view name) {
     for (auto& volume : volumes)
@@ -61,7 +57,7 @@ void CreateIndexingVolumeInfo(const std::vector<std::u16string>& include,
         if (!system.GetVolumePathName(u"\\\\?\\" + line, answer, kIncludePathBuffer))
             throw CWin32Exc(u"GetVolumePathName fail! path is '%1'", line);
         const std::u16string name =
-            WithoutTrailingBackslashes(answer.size() > 4 ? std::u16string_view(answer).substr(4) : u"");
+            TrimTrailingBackslashes(answer.size() > 4 ? std::u16string_view(answer).substr(4) : u"");
         const size_t length = name.size();
         const std::u16string rest = line.size() > length + 1 ? line.substr(length + 1) : u"";
         if (CIndexingVolumeInfo* volume = FindVolume(volumes, name)) {
@@ -94,7 +90,7 @@ void CreateIndexingVolumeInfo(const std::vector<std::u16string>& include,
         GetLog().Detail(u"        %1", line);
         std::u16string answer;
         if (!system.GetVolumePathName(line, answer, kExcludePathBuffer)) continue;
-        const std::u16string name = WithoutTrailingBackslashes(answer);
+        const std::u16string name = TrimTrailingBackslashes(answer);
         CIndexingVolumeInfo* volume = FindVolume(volumes, name);
         if (!volume) continue;  // a folder that isn't being indexed needs no exclusion
         if (line.size() > name.size() + 1) {
