@@ -3,6 +3,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <cctype>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -85,8 +86,19 @@ TEST_F(RecorderTest, CommandLineCarriesProcessInfoTypeLimitFolderAndName) {
     info.threadId = 4321;
     const std::string line = util::Utf16ToUtf8(gen.BuildCommandLine(u"", u"Indexer", info));
     const std::string recorder = util::Utf16ToUtf8(gen.GetRecorderPath());
-    EXPECT_THAT(recorder, ::testing::MatchesRegex(
-                              ".*NorvaDumpRecorder\\{[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-[89AB][0-9A-F]{3}-[0-9A-F]{12}\\}"));
+    // "NorvaDumpRecorder{XXXXXXXX-XXXX-4XXX-YXXX-XXXXXXXXXXXX}", upper-case hex
+    const size_t at = recorder.find("NorvaDumpRecorder{");
+    ASSERT_NE(at, std::string::npos) << recorder;
+    const std::string guid = recorder.substr(at + 17);
+    ASSERT_EQ(guid.size(), 38u) << guid;
+    for (size_t i = 1; i < 37; ++i) {
+        if (i == 9 || i == 14 || i == 19 || i == 24)
+            EXPECT_EQ(guid[i], '-') << guid;
+        else
+            EXPECT_TRUE(std::isxdigit(static_cast<unsigned char>(guid[i])) && !std::islower(guid[i])) << guid;
+    }
+    EXPECT_EQ(guid.back(), '}');
+    EXPECT_EQ(guid[15], '4') << "version 4";
     const std::string expected = "\"" + recorder + "\" " +
                                  std::to_string(platform::DuplicateCurrentProcess()) + " " +
                                  std::to_string(reinterpret_cast<uintptr_t>(&info)) +
