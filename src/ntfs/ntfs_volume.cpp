@@ -185,10 +185,12 @@ void CNtfsVolume::_ProcessAttributeMftBitmap(const CAttrHeader& attr, TBlockVect
     }
     if (flag != 1) return;
     if (attr.LowestVcn() == 0) {
-        // One bit a record: a bitmap larger than the volume has records is
-        // corrupt, and allocating it could exhaust memory.
+        // One bit a record: a bitmap far larger than the volume has records
+        // is corrupt, and allocating it could exhaust memory. Windows
+        // allocates the bitmap ahead (8 KiB on tiny volumes, a whole cluster): slack.
         const uint64_t allocated = attr.AllocatedLength();
-        const uint64_t most = m_VolumeSize / m_Geometry.FileRecordSize / 8 + 2 * m_Geometry.BytesPerCluster;
+        const uint64_t most =
+            m_VolumeSize / m_Geometry.FileRecordSize / 8 + 2 * uint64_t{m_Geometry.BytesPerCluster} + (uint64_t{1} << 20);
         if (allocated > most)
             ThrowCorrupt(0, u"the $BITMAP's allocated length %1 is larger than the volume allows (%2)",
                          HexOff(allocated), HexOff(most));

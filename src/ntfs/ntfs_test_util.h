@@ -1,0 +1,82 @@
+#pragma once
+// Tests only: the NTFS images the reader's tests run on, opened volumes, and
+// the outside programs (Sleuth Kit, libfsntfs) that serve as oracles.
+
+#include <cstdio>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/utf.h"
+#include "ntfs/ntfs_volume.h"
+#include "platform/file.h"
+
+namespace ngitest::ntfs {
+
+inline std::filesystem::path SourceDir() {
+    const char* dir = std::getenv("NGI_SOURCE_DIR");
+    return dir ? dir : ".";
+}
+
+// The shared folder of volumes made by others (absent on some machines).
+inline std::filesystem::path SamplesDir() {
+    const char* dir = std::getenv("NGI_NTFS_SAMPLES");
+    return dir ? std::filesystem::path(dir) : SourceDir() / ".." / "shared" / "ntfs-samples";
+}
+
+inline std::string Quote(const std::filesystem::path& p) { return "'" + p.string() + "'"; }
+
+// Runs a shell command and returns its standard output.
+inline std::string RunCommand(const std::string& command) {
+    std::string out;
+    FILE* pipe = popen(command.c_str(), "r");
+    if (!pipe) return out;
+    char buffer[65536];
+    size_t n;
+    while ((n = fread(buffer, 1, sizeof buffer, pipe)) > 0) out.append(buffer, n);
+    pclose(pipe);
+    return out;
+}
+
+inline bool HaveTool(const std::string& tool) {
+    return std::system(("command -v " + tool + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+// Decompresses a .gz image into a sparse file; false when that failed.
+inline bool Decompress(const std::filesystem::path& gz, const std::filesystem::path& out) {
+    const std::string command =
+        "gzip -dc " + Quote(gz) + " | cp --sparse=always /dev/stdin " + Quote(out) + " 2>/dev/null";
+    return std::system(command.c_str()) == 0 && std::filesystem::exists(out);
+}
+
+inline std::vector<uint8_t> ReadBytes(const std::filesystem::path& p) {
+    std::ifstream in(p, std::ios::binary);
+    return std::vector<uint8_t>((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+}
+
+inline void WriteBytes(const std::filesystem::path& p, const std::vector<uint8_t>& bytes) {
+    std::ofstream out(p, std::ios::binary | std::ios::trunc);
+    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+}
+
+// An image file opened as a volume. Open throws what InitMftInfo throws.
+class CImageVolume {
+public:
+    void Open(const std::filesystem::path& image) {
+        m_Handle = platform::FileOpen(util::Utf8ToUtf16(image.string()), platform::kGenericRead,
+                                      platform::kShareRead, platform::kOpenExisting, 0);
+        if (!m_Handle.IsValid()) throw CExc(u"cannot open the image");
+        m_Volume = std::make_unique<indexer::fast_ntfs_indexer::CNtfsVolume>();
+        m_Volume->InitMftInfo(m_Handle.Get());
+    }
+    indexer::fast_ntfs_indexer::CNtfsVolume& Volume() { return *m_Volume; }
+
+private:
+    platform::CHandle m_Handle;
+    std::unique_ptr<indexer::fast_ntfs_indexer::CNtfsVolume> m_Volume;
+};
+
+}  // namespace ngitest::ntfs
