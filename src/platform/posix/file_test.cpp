@@ -8,7 +8,6 @@
 #include <functional>
 #include <map>
 
-#include <regex>
 
 #include "platform/errors.h"
 #include "platform/find.h"
@@ -358,10 +357,17 @@ TEST(FileNames, TempFileNames) {
     ASSERT_NE(a, 0u);
     ASSERT_NE(b, 0u);
     EXPECT_NE(first, second);
-    const std::regex form(dir.Native() + R"(\\ifd[0-9A-F]{1,4}\.tmp)");
+    // "<dir>\ifd" + one to four upper-case hex digits + ".tmp".
+    auto wellFormed = [&](const std::string& text) {
+        const std::string head = dir.Native() + "\\ifd";
+        if (!text.starts_with(head) || !text.ends_with(".tmp")) return false;
+        const std::string digits = text.substr(head.size(), text.size() - head.size() - 4);
+        return !digits.empty() && digits.size() <= 4 && digits[0] != '0' &&
+               digits.find_first_not_of("0123456789ABCDEF") == std::string::npos;
+    };
     for (const auto& name : {first, second}) {
         const std::string text = util::Utf16ToUtf8(name);
-        EXPECT_TRUE(std::regex_match(text, form)) << text;
+        EXPECT_TRUE(wellFormed(text)) << text;
         EXPECT_EQ(ReadAll(dir.Native() + "/" + text.substr(dir.Native().size() + 1)), "");
     }
     char hex[8];

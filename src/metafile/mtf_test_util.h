@@ -1,0 +1,52 @@
+#pragma once
+// Tests only: a fresh folder for meta-files, and byte-level file helpers.
+
+#include <stdlib.h>
+
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+#include "base/utf.h"
+
+namespace metafile::testing {
+
+class CMtfTestDir {
+public:
+    CMtfTestDir() {
+        const char* base = ::getenv("TMPDIR");
+        std::string templ = std::string(base && *base ? base : "/tmp") + "/ngi-mtf-XXXXXX";
+        if (::mkdtemp(templ.data())) m_Path = templ;
+    }
+    ~CMtfTestDir() {
+        std::error_code ec;
+        std::filesystem::remove_all(m_Path, ec);
+    }
+    // The program's spelling of a file in the folder.
+    std::u16string Path(const std::string& name) const { return util::Utf8ToUtf16(m_Path + "\\" + name); }
+    std::string Native(const std::string& name) const { return m_Path + "/" + name; }
+    void Write(const std::string& name, const std::string& bytes) const {
+        std::ofstream(Native(name), std::ios::binary) << bytes;
+    }
+    std::string Read(const std::string& name) const {
+        std::ifstream in(Native(name), std::ios::binary);
+        return std::string(std::istreambuf_iterator<char>(in), {});
+    }
+    bool Exists(const std::string& name) const { return std::filesystem::exists(Native(name)); }
+
+private:
+    std::string m_Path;
+};
+
+// UTF-16LE bytes of ASCII text (tests write files in the meta-file's encoding).
+inline std::string Le(std::string_view ascii) {
+    std::string out;
+    for (char c : ascii) {
+        out += c;
+        out += '\0';
+    }
+    return out;
+}
+inline const std::string kBom = "\xFF\xFE";
+
+}  // namespace metafile::testing
