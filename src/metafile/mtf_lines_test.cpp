@@ -15,15 +15,8 @@ namespace {
 using testing::CMtfTestDir;
 using testing::kBom;
 using testing::Le;
+using testing::Lines;
 using ::testing::HasSubstr;
-
-std::vector<std::u16string> Lines(const CMtfLinesTab& tab) {
-    std::vector<std::u16string> lines;
-    std::u16string text;
-    for (int64_t i = 0; i < tab.GetLineCount(); ++i)
-        if (tab.GetLine(i, text)) lines.push_back(text);
-    return lines;
-}
 
 std::shared_ptr<CMtfLinesTab> LoadBytes(const CMtfTestDir& dir, const std::string& bytes,
                                         uint64_t limit = kMtfFileSizeLimit) {

@@ -6,8 +6,10 @@
 #include <filesystem>
 #include <fstream>
 #include <string>
+#include <vector>
 
 #include "base/utf.h"
+#include "metafile/mtf_lines.h"
 
 namespace metafile::testing {
 
@@ -48,5 +50,14 @@ inline std::string Le(std::string_view ascii) {
     return out;
 }
 inline const std::string kBom = "\xFF\xFE";
+
+// The live lines of a table, in order.
+inline std::vector<std::u16string> Lines(const CMtfLinesTab& tab) {
+    std::vector<std::u16string> lines;
+    std::u16string text;
+    for (int64_t i = 0; i < tab.GetLineCount(); ++i)
+        if (tab.GetLine(i, text)) lines.push_back(text);
+    return lines;
+}
 
 }  // namespace metafile::testing

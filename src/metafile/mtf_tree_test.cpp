@@ -13,14 +13,7 @@ namespace {
 using testing::CMtfTestDir;
 using testing::kBom;
 using testing::Le;
-
-std::vector<std::u16string> Lines(const CMtfLinesTab& tab) {
-    std::vector<std::u16string> lines;
-    std::u16string text;
-    for (int64_t i = 0; i < tab.GetLineCount(); ++i)
-        if (tab.GetLine(i, text)) lines.push_back(text);
-    return lines;
-}
+using testing::Lines;
 
 struct TTreeFixture {
     std::shared_ptr<CMtfLinesTab> lines = std::make_shared<CMtfLinesTab>(u"s.txt");

@@ -1,5 +1,6 @@
 #include "platform/names.h"
 
+#include "base/utf.h"
 #include "platform/posix/utf8.h"
 
 namespace platform {
@@ -8,24 +9,6 @@ namespace {
 
 constexpr char16_t kEscapeBase = 0xDC00;   // lone surrogate for an undecodable byte
 constexpr char32_t kPrivateBase = 0xF000;  // private-use character for a reserved one
-
-void AppendUtf8(std::string& out, char32_t cp) {
-    if (cp < 0x80) {
-        out += static_cast<char>(cp);
-    } else if (cp < 0x800) {
-        out += static_cast<char>(0xC0 | (cp >> 6));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else if (cp < 0x10000) {
-        out += static_cast<char>(0xE0 | (cp >> 12));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    } else {
-        out += static_cast<char>(0xF0 | (cp >> 18));
-        out += static_cast<char>(0x80 | ((cp >> 12) & 0x3F));
-        out += static_cast<char>(0x80 | ((cp >> 6) & 0x3F));
-        out += static_cast<char>(0x80 | (cp & 0x3F));
-    }
-}
 
 bool IsMappedPrivate(char32_t cp) {
     return cp >= kPrivateBase && cp < kPrivateBase + 0x80 &&
@@ -68,25 +51,31 @@ std::u16string NameFromNative(std::string_view bytes) {
 }
 
 std::optional<std::string> NameToNative(std::u16string_view name) {
+    // Runs of ordinary characters convert as UTF-8; an escaped byte goes out
+    // as itself between them.
     std::string out;
-    out.reserve(name.size());
+    std::u16string run;
+    auto flush = [&] {
+        out += util::Utf16ToUtf8(run);
+        run.clear();
+    };
     for (size_t i = 0; i < name.size(); ++i) {
-        char32_t cp = name[i];
-        if (cp == 0 || cp == '/') return std::nullopt;
-        if (cp >= 0xD800 && cp <= 0xDBFF) {
+        const char16_t c = name[i];
+        if (c == 0 || c == u'/') return std::nullopt;
+        if (c >= 0xD800 && c <= 0xDBFF) {
             if (i + 1 >= name.size() || name[i + 1] < 0xDC00 || name[i + 1] > 0xDFFF)
                 return std::nullopt;
-            cp = 0x10000 + ((cp - 0xD800) << 10) + (name[i + 1] - 0xDC00);
-            ++i;
-        } else if (cp >= 0xDC00 && cp <= 0xDFFF) {
-            if (cp < 0xDC80) return std::nullopt;
-            out += static_cast<char>(cp - kEscapeBase);
-            continue;
-        } else if (IsMappedPrivate(cp)) {
-            cp -= kPrivateBase;
+            run += c;
+            run += name[++i];
+        } else if (c >= 0xDC00 && c <= 0xDFFF) {
+            if (c < 0xDC80) return std::nullopt;
+            flush();
+            out += static_cast<char>(c - kEscapeBase);
+        } else {
+            run += IsMappedPrivate(c) ? static_cast<char16_t>(c - kPrivateBase) : c;
         }
-        AppendUtf8(out, cp);
     }
+    flush();
     return out;
 }
 
