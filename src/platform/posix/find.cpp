@@ -100,8 +100,10 @@ bool Before(const TFindData& a, const TFindData& b) {
 
 }  // namespace
 
-bool MatchesWildcard(std::u16string_view mask, std::u16string_view name) {
-    const std::u16string expr = RewriteMask(mask);
+namespace {
+
+// Matches a mask already rewritten by RewriteMask.
+bool MatchesExpression(std::u16string_view expr, std::u16string_view name) {
     const size_t m = expr.size(), n = name.size();
     size_t lastDot = std::u16string_view::npos;
     for (size_t j = 0; j < n; ++j)
@@ -144,6 +146,56 @@ bool MatchesWildcard(std::u16string_view mask, std::u16string_view name) {
     return can[n] != 0;
 }
 
+}  // namespace
+
+bool MatchesWildcard(std::u16string_view mask, std::u16string_view name) {
+    return MatchesExpression(RewriteMask(mask), name);
+}
+
+namespace {
+
+struct TDirCloser {
+    void operator()(DIR* dir) const { ::closedir(dir); }
+};
+
+// The one entry that a mask without wildcards names as spelled on disk,
+// found without reading the folder.
+bool FindExact(int fd, std::u16string_view mask, std::vector<TFindData>& entries) {
+    if (mask.find_first_of(u"*?") != std::u16string_view::npos || mask == u"." || mask == u"..")
+        return false;
+    const auto bytes = NameToNative(mask);
+    TFindData item;
+    if (!bytes || bytes->empty() || !posix::StatAt(fd, bytes->c_str(), item)) return false;
+    item.name = std::u16string(mask);
+    entries.push_back(std::move(item));
+    return true;
+}
+
+// Every entry of the folder that the mask matches; false (last error set)
+// when the folder can't be read.
+bool ReadMatching(DIR* dir, std::u16string_view mask, bool root, std::vector<TFindData>& entries) {
+    const int fd = ::dirfd(dir);
+    const std::u16string expr = RewriteMask(mask);
+    for (;;) {
+        errno = 0;
+        const dirent* entry = ::readdir(dir);
+        if (!entry) return errno == 0 || posix::FailErrno();
+        const std::string_view bytes = entry->d_name;
+        if (root && (bytes == "." || bytes == "..")) continue;
+        TFindData item;
+        item.name = NameFromNative(bytes);
+        if (!MatchesExpression(expr, item.name)) continue;
+        if (!posix::StatAt(fd, entry->d_name, item)) {
+            if (errno == ENOENT) continue;  // gone since the folder was read
+            // Listed but not describable (a folder without search permission).
+            item.attributes = entry->d_type == DT_DIR ? kAttrDirectory : kAttrArchive;
+        }
+        entries.push_back(std::move(item));
+    }
+}
+
+}  // namespace
+
 CFindHandle FindFirst(std::u16string_view pattern, TFindData& data) {
     size_t sep = pattern.size();
     while (sep > 0 && !IsSeparator(pattern[sep - 1])) --sep;
@@ -160,41 +212,16 @@ CFindHandle FindFirst(std::u16string_view pattern, TFindData& data) {
         posix::Fail(err == ENOENT || err == ENOTDIR ? kErrPathNotFound : posix::Win32FromErrno(err));
         return CFindHandle();
     }
-    DIR* dir = ::fdopendir(fd);
+    std::unique_ptr<DIR, TDirCloser> dir(::fdopendir(fd));
     if (!dir) {
-        const int err = errno;
+        posix::FailErrno();
         ::close(fd);
-        posix::Fail(posix::Win32FromErrno(err));
         return CFindHandle();
     }
-    const bool root = NamesVolumeRoot(folder) || IsMountRoot(fd);
-
     auto state = std::make_unique<CFindState>();
-    int readErr = 0;
-    for (;;) {
-        errno = 0;
-        const dirent* entry = ::readdir(dir);
-        if (!entry) {
-            readErr = errno;
-            break;
-        }
-        const std::string_view bytes = entry->d_name;
-        const bool dots = bytes == "." || bytes == "..";
-        if (dots && root) continue;
-        TFindData item;
-        item.name = NameFromNative(bytes);
-        if (!MatchesWildcard(mask, item.name)) continue;
-        if (!posix::StatAt(fd, entry->d_name, item)) {
-            if (errno == ENOENT) continue;  // gone since the folder was read
-            // Listed but not describable (a folder without search permission).
-            item.attributes = entry->d_type == DT_DIR ? kAttrDirectory : kAttrArchive;
-        }
-        state->m_Entries.push_back(std::move(item));
-    }
-    ::closedir(dir);
-    if (readErr != 0) {
-        posix::Fail(posix::Win32FromErrno(readErr));
-        return CFindHandle();
+    if (!FindExact(fd, mask, state->m_Entries)) {
+        const bool root = NamesVolumeRoot(folder) || IsMountRoot(fd);
+        if (!ReadMatching(dir.get(), mask, root, state->m_Entries)) return CFindHandle();
     }
     if (state->m_Entries.empty()) {
         posix::Fail(kErrFileNotFound);

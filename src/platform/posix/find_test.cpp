@@ -83,7 +83,10 @@ TEST(Find, ListsSortedWithDotsFirst) {
     EXPECT_EQ(List(dir.Path(u"*.txt")), (V{u"a.txt", u"b.TXT"}));
     EXPECT_EQ(List(dir.Path(u"*.")), (V{u".", u"..", u"a\uF02Ab", u"noext", u"sub"}));
     EXPECT_EQ(List(dir.Path(u"A\uF02A?")), (V{u"a\uF02Ab"}));
-    EXPECT_EQ(List(dir.Path() + u"/SUB").size(), 1u);
+    // Without wildcards: the entry itself, or found without regard to case.
+    EXPECT_EQ(List(dir.Path(u"a.txt")), (V{u"a.txt"}));
+    EXPECT_EQ(List(dir.Path(u"B.txt")), (V{u"b.TXT"}));
+    EXPECT_EQ(List(dir.Path() + u"/SUB"), (V{u"sub"}));
 }
 
 TEST(Find, Errors) {
