@@ -23,13 +23,17 @@ bool AllowExtendedDasdIo(NativeHandle h) {
     if (::DeviceIoControl(ToHandle(h), FSCTL_ALLOW_EXTENDED_DASD_IO, nullptr, 0, nullptr, 0,
                           &returned, nullptr))
         return true;
-    // An image file that stands in for a volume is refused the call (only a
-    // volume handle takes it), but a file has no announced end to read past:
-    // every byte is readable already. A handle with a file size is a file;
-    // a volume handle has none.
     const DWORD error = ::GetLastError();
+    // Extended access lifts the limit of the file system's announced end.
+    // Where there is no such limit to lift, the call has nothing to do:
+    // - an image file that stands in for a volume is refused the call (only
+    //   a volume handle takes it), but every byte of a file is readable
+    //   already; a handle with a file size is a file, a volume handle has none;
+    // - a device that does not implement the request at all (1, 50: Wine's
+    //   volume handles) reads what it reads; a read past its end fails then.
     LARGE_INTEGER size;
-    if (::GetFileType(ToHandle(h)) == FILE_TYPE_DISK && ::GetFileSizeEx(ToHandle(h), &size)) {
+    const bool isFile = ::GetFileType(ToHandle(h)) == FILE_TYPE_DISK && ::GetFileSizeEx(ToHandle(h), &size);
+    if (isFile || error == ERROR_INVALID_FUNCTION || error == ERROR_NOT_SUPPORTED) {
         ::SetLastError(kErrSuccess);
         return true;
     }
