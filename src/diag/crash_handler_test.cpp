@@ -10,6 +10,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/ptrace.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -202,8 +203,19 @@ protected:
         EXPECT_THAT(bt, HasSubstr("SIGSEGV")) << bt;
     }
 
+    // Process dumps need ptrace; a sandbox may forbid it.
     void SkipWithoutDumpSupport() {
         if (!platform::ProcessDumpsSupported()) GTEST_SKIP() << "process tracing is switched off";
+        std::fflush(nullptr);
+        pid_t child = fork();
+        if (child == 0) {
+            pause();
+            _exit(0);
+        }
+        const bool traced = ptrace(PTRACE_SEIZE, child, nullptr, nullptr) == 0;
+        kill(child, SIGKILL);
+        waitpid(child, nullptr, 0);
+        if (!traced) GTEST_SKIP() << "ptrace is not permitted here";
     }
 
     fs::path root, dumps;

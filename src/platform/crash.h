@@ -25,7 +25,9 @@
 
 namespace platform {
 
-// What the filter learns of a crash ("exception pointers").
+// What the filter learns of a crash ("exception pointers"). The dump
+// recorder reads it from the crashed process's memory, so it stays a plain
+// structure of fixed layout.
 struct TCrashInfo {
     int32_t signal = 0;         // POSIX signal number; on Windows the exception code
     int32_t code = 0;           // si_code; on Windows the exception flags
@@ -37,6 +39,7 @@ struct TCrashInfo {
     // is what goes to the dump recorder, which reads it from outside.
     const void* context = nullptr;
 };
+static_assert(sizeof(void*) != 8 || sizeof(TCrashInfo) == 32, "TCrashInfo layout changed");
 
 // EXCEPTION_EXECUTE_HANDLER and EXCEPTION_CONTINUE_SEARCH. On POSIX both end
 // the process by the original signal once the filter returns.

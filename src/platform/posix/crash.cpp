@@ -109,6 +109,10 @@ bool InstallAltStack() {
     return true;  // the stack stays for the thread's life
 }
 
+}  // namespace
+
+namespace posix {
+
 // CommandLineToArgvW's rules: blanks separate; double quotes group; 2n
 // backslashes before a quote give n and the quote toggles, 2n+1 give n and a
 // literal quote; other backslashes are literal.
@@ -154,7 +158,7 @@ std::vector<std::string> SplitCommandLine(std::u16string_view line) {
     return args;
 }
 
-}  // namespace
+}  // namespace posix
 
 CrashFilter SetCrashFilter(CrashFilter filter) {
     CrashFilter previous = g_Filter.exchange(filter);
@@ -282,7 +286,7 @@ bool ProcessStart(std::u16string_view application, NativeHandle programFile,
     process.finished = false;
     std::string path;
     if (programFile == kInvalidHandle && !posix::ToNativePath(application, path)) return false;
-    std::vector<std::string> args = SplitCommandLine(commandLine);
+    std::vector<std::string> args = posix::SplitCommandLine(commandLine);
     if (args.empty()) args.push_back(path);
     std::vector<char*> argv;
     for (auto& a : args) argv.push_back(a.data());

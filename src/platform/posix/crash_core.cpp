@@ -34,6 +34,7 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstddef>
 #include <cstring>
 
 #include "platform/crash.h"
@@ -225,8 +226,12 @@ void ReadRegisters(TThread& t) {
 // Replaces the registers of the crashing thread (stopped inside its signal
 // handler) by those of the fault, from the ucontext the kernel saved.
 void ApplyFaultContext(int memFd, uint64_t contextAddress, TThread& t) {
+    // Only the part the kernel's signal frame has for sure (the rest of
+    // glibc's ucontext_t may lie past the end of the stack).
     ucontext_t uc;
-    if (!ReadTarget(memFd, contextAddress, &uc, sizeof(uc))) return;
+    memset(&uc, 0, sizeof(uc));
+    if (!ReadTarget(memFd, contextAddress, &uc, offsetof(ucontext_t, uc_mcontext) + sizeof(mcontext_t)))
+        return;
     auto* r = reinterpret_cast<struct user_regs_struct*>(&t.regs);
 #if defined(__x86_64__)
     const greg_t* g = uc.uc_mcontext.gregs;

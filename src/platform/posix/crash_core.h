@@ -1,16 +1,20 @@
 #pragma once
 // POSIX side only: the ELF core writer behind WriteProcessDump and
-// WriteProcessDumpOf, and the small async-signal-safe helpers that the crash
-// code shares.
+// WriteProcessDumpOf, the small async-signal-safe helpers that the crash
+// code shares, and the command line splitter of ProcessStart.
 //
-// Everything here uses system calls and fixed buffers only (no heap, no
-// locks), so that it runs in a signal handler and in a child forked from
-// one. The layout of the core is described in docs/crash-dumps.md.
+// Everything here but SplitCommandLine uses system calls and fixed buffers
+// only (no heap, no locks), so that it runs in a signal handler and in a
+// child forked from one. The layout of the core is described in
+// docs/crash-dumps.md.
 
 #include <sys/types.h>
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace platform::posix {
 
@@ -23,6 +27,12 @@ namespace platform::posix {
 // the thread's registers as they are now). `dumpType` as WriteProcessDump.
 // Returns 0 or an errno value.
 int WriteCore(int fd, pid_t pid, pid_t crashTid, uint64_t crashInfoAddress, uint32_t dumpType);
+
+// A command line split into arguments by CommandLineToArgvW's rules:
+// blanks separate; double quotes group (and "" inside quotes is one quote);
+// 2n backslashes before a quote give n and the quote counts, 2n+1 give n and
+// a literal quote; other backslashes are literal. Each argument as UTF-8.
+std::vector<std::string> SplitCommandLine(std::u16string_view line);
 
 // Writes all of `size` bytes, retrying on EINTR and short writes.
 bool WriteAll(int fd, const void* data, size_t size);
