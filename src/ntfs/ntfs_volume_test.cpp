@@ -130,8 +130,9 @@ TEST_F(NtfsVolumeTest, SparseFileReadsZerosInItsHolesAndDataInTheMiddle) {
     EXPECT_EQ(content->Read(100, hole.data(), hole.size()), hole.size());
     EXPECT_EQ(hole, std::vector<uint8_t>(hole.size(), 0));
     // A read may start up to the valid length and run on to the extents' end.
-    EXPECT_EQ(content->Read(valid - 1, text, 100), 100u);
-    EXPECT_EQ(text[0], '\n');
+    char tail[100];
+    EXPECT_EQ(content->Read(valid - 1, tail, sizeof tail), sizeof tail);
+    EXPECT_EQ(tail[0], '\n');
     EXPECT_THROW(content->Read(valid, text, 1), CExc);
 }
 
