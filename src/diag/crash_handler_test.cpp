@@ -60,6 +60,18 @@ void CrashWithASecondThread() {
 
 volatile bool g_KeepRecursing = true;
 
+void* CrashInThread(void*) {
+    CrashHereOnPurpose();
+    return nullptr;
+}
+
+// The main thread waits while another one crashes.
+void CrashOnASecondThread() {
+    pthread_t thread;
+    pthread_create(&thread, nullptr, CrashInThread, nullptr);
+    pthread_join(thread, nullptr);
+}
+
 __attribute__((noinline)) int RecurseForever(int depth) {
     volatile char frame[512];
     frame[0] = static_cast<char>(depth);
@@ -261,6 +273,16 @@ TEST_F(CrashHandlerTest, EveryThreadIsInTheCoreTheCrashingOneFirst) {
     EXPECT_THAT(lastGdbOutput, HasSubstr("pause")) << lastGdbOutput;
     // gdb lists the current (crashing) thread's frames with "#0" first in bt
     ExpectGdbShowsCrash(dumps / "Indexer_crash_0.mdmp", "bt 1");
+}
+
+TEST_F(CrashHandlerTest, ACrashOffTheMainThreadLeadsTheRecordersCore) {
+    SkipWithoutDumpSupport();
+    settings.outOfProcDumpGen = 1;
+    ExpectKilledBySegv(CrashChild(CrashOnASecondThread));
+    const auto names = Names(dumps);
+    ASSERT_EQ(names.size(), 1u);
+    ExpectGdbShowsCrash(dumps / names[0]);  // bt of the current thread: the crashing one
+    EXPECT_THAT(lastGdbOutput, HasSubstr("CrashInThread")) << lastGdbOutput;
 }
 
 TEST_F(CrashHandlerTest, FullMemoryDumpThroughTheRecorder) {
