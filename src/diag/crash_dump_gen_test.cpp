@@ -172,10 +172,15 @@ TEST_F(RecorderTest, UnusableTempFolderFallsBackToTheInProcessGenerator) {
 #if !defined(_WIN32)  // the POSIX build of the recorder and POSIX paths
 // The recorder program's own argument checks, run as the indexer runs it.
 TEST_F(RecorderTest, RecorderRejectsBadArguments) {
-    const char* binaryDir = getenv("NGI_BINARY_DIR");
-    if (!binaryDir) GTEST_SKIP() << "NGI_BINARY_DIR is not set (run through ctest)";
-    const std::u16string recorder =
-        util::Utf8ToUtf16(std::string(binaryDir) + "/tools/dump_recorder/NorvaDumpRecorder");
+    // The image the program carries, written out as a plain program file.
+    const std::u16string recorder = util::Utf8ToUtf16((root / "NorvaDumpRecorder").string());
+    {
+        platform::CHandle file = platform::ProgramFileCreate(recorder);
+        ASSERT_TRUE(file.IsValid());
+        const auto image = DumpRecorderImage();
+        uint32_t done = 0;
+        ASSERT_TRUE(platform::FileWrite(file.Get(), image.data(), static_cast<uint32_t>(image.size()), &done));
+    }
     const std::pair<std::u16string, uint32_t> cases[] = {
         {u"1 2 3", 101},
         {u"1 0 3 0 20 \"/tmp\" \"x\" extra", 101},
