@@ -141,6 +141,8 @@ CHandle FileOpen(std::u16string_view path, uint32_t access, uint32_t /*share*/,
     // Without data access a handle only describes the file: fall back on
     // O_PATH where the file can't be read (a folder without read permission).
     const bool noData = !wantRead && !wantWrite;
+    // Such a handle must not wait for a writer of a FIFO either.
+    if (noData) flags |= O_NONBLOCK;
 
     bool existed = false;
     int fd = -1;

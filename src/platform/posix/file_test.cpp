@@ -151,6 +151,13 @@ TEST(FileOpen, ReparsePointFlagOpensTheLinkItself) {
     EXPECT_STREQ(target, "missing-target");
 }
 
+TEST(FileOpen, AttributeHandleOfAFifoDoesNotBlock) {
+    CTestDir dir;
+    ASSERT_EQ(::mkfifo(dir.NativePath("fifo").c_str(), 0666), 0);
+    CHandle h = FileOpen(dir.Path(u"fifo"), kFileReadAttributes, 7, kOpenExisting, kFlagBackupSemantics);
+    EXPECT_TRUE(h.IsValid());
+}
+
 TEST(FileOpen, DeleteOnCloseRemovesTheNameAtClose) {
     CTestDir dir;
     CHandle h = FileOpen(dir.Path(u"t"), kGenericWrite, 0, kCreateNew, kFlagDeleteOnClose);
