@@ -198,19 +198,23 @@ void CIndexBaseReader::GetOwner(uint64_t id, rec::COwnerRecord& record) {
 }
 
 std::u16string CIndexBaseReader::GetDirPath(uint64_t id) {
-    std::u16string path;
+    std::vector<std::u16string> names;  // leaf first
     rec::CDirRecord dir;
     const uint64_t asked = id;
     for (uint64_t steps = 0; id != 0; ++steps) {
         if (steps >= m_PosDirsIndex.size())
             _Table(m_Dirs).ThrowDamaged(FormatMessageArgs(u"the parents of directory 0x%1 form a loop",
-                                                   {util::Hex16(asked)}));
+                                                          {util::Hex16(asked)}));
         GetDir(id, dir);
-        path.insert(0, dir.m_Name);
-        path.insert(0, u"\\");
+        names.push_back(std::move(dir.m_Name));
         id = dir.m_ParentId;
     }
-    return path.empty() ? path : path.substr(1);
+    std::u16string path;
+    for (auto it = names.rbegin(); it != names.rend(); ++it) {
+        if (!path.empty()) path += u'\\';
+        path += *it;
+    }
+    return path;
 }
 
 void CIndexBaseReader::ForEachFile(const FileVisitor& visit) {
