@@ -109,9 +109,19 @@ void CFfIndexer::_IndexPath(std::u16string_view, const std::u16string& logicalPa
         do {
             const platform::TFindData& e = *entry;
             SReparsePointInfo info;
-            if ((e.attributes & platform::kAttrReparsePoint) && CheckReparsePoint(logicalPath, e.name, info)) {
-                _AddReparseEntry(e, info, flags, node, logicalPath, parentId);
-                continue;
+            if (e.attributes & platform::kAttrReparsePoint) {
+                if (CheckReparsePoint(logicalPath, e.name, info)) {
+                    _AddReparseEntry(e, info, flags, node, logicalPath, parentId);
+                    continue;
+                }
+                // A link whose data can't be read on the live volume (gone
+                // there since the shadow was taken) is not walked through:
+                // the search would follow it, and a link to an ancestor
+                // would repeat the tree until paths grow too long.
+                if (e.reparseTag == kReparseTagSymlink || e.reparseTag == kReparseTagMountPoint) {
+                    _AddSkippedEntry(e, info, logicalPath, parentId);
+                    continue;
+                }
             }
             if (!(e.attributes & platform::kAttrDirectory)) {
                 if (flags & kIncExcInc) _AddFileRow(e, parentId);
@@ -182,21 +192,25 @@ void CFfIndexer::_AddReparseEntry(const platform::TFindData& entry, const SRepar
             return;
         case ReparseSkipped:
         case ReparseSkippedUnc:
-        default: {
-            // Listed whatever the filter says, so that the link is seen.
-            const bool logged = m_SkippedReparseCount++ < kMaxLoggedSkips;
-            if (logged)
-                GetLog().Detail(u"Reparse point skipped: [%1\\%2]. Substitute: [%3].", logicalPath,
-                                name, info.substitute);
-            if (!(entry.attributes & platform::kAttrDirectory)) {
-                _AddFileRow(entry, parentId);
-                if (logged) GetLog().Detail(u"Was added as an empty file.");
-            } else {
-                m_IndexBase->AddDir(name, parentId, &id);
-                if (logged) GetLog().Detail(u"Was added as an empty directory.");
-            }
+        default:
+            _AddSkippedEntry(entry, info, logicalPath, parentId);
             return;
-        }
+    }
+}
+
+void CFfIndexer::_AddSkippedEntry(const platform::TFindData& entry, const SReparsePointInfo& info,
+                                  const std::u16string& logicalPath, uint64_t parentId) {
+    // Listed whatever the filter says, so that the link is seen.
+    const bool logged = m_SkippedReparseCount++ < kMaxLoggedSkips;
+    if (logged)
+        GetLog().Detail(u"Reparse point skipped: [%1\\%2]. Substitute: [%3].", logicalPath, entry.name,
+                        info.substitute);
+    if (!(entry.attributes & platform::kAttrDirectory)) {
+        _AddFileRow(entry, parentId);
+        if (logged) GetLog().Detail(u"Was added as an empty file.");
+    } else {
+        m_IndexBase->AddDir(entry.name, parentId, nullptr);
+        if (logged) GetLog().Detail(u"Was added as an empty directory.");
     }
 }
 

@@ -131,6 +131,10 @@ private:
     void _AddReparseEntry(const platform::TFindData& entry, const SReparsePointInfo& info,
                           uint32_t flags, const CIncExcNode& node, const std::u16string& logicalPath,
                           uint64_t parentId);
+    // A link not followed: a file row or an empty directory row, without
+    // a filter test; the first kMaxLoggedSkips of a volume are logged.
+    void _AddSkippedEntry(const platform::TFindData& entry, const SReparsePointInfo& info,
+                          const std::u16string& logicalPath, uint64_t parentId);
     void _AddFileRow(const platform::TFindData& entry, uint64_t parentId);
 
     std::vector<SReparsePointInfo> m_FollowedReparsePoints;

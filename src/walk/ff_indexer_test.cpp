@@ -246,6 +246,17 @@ TEST_F(FfIndexerTest, AFolderWhereAnotherVolumeIsMountedIsAnEmptyDirectory) {
                                u"[\\??\\Volume{0000000e-0000-0000-0000-00000000000e}\\]."));
 }
 
+TEST_F(FfIndexerTest, ALinkMissingFromTheLiveVolumeIsNotWalkedThrough) {
+    // The tree is read from a shadow copy; reparse data from the live volume,
+    // where the link no longer is. The search would follow the link back to
+    // its ancestor again and again; it is listed instead.
+    const fs::path shadow = m_Tmp.Native() / "shadow";
+    WriteFile(shadow / "f", 1);
+    Link(shadow.string(), shadow / "up");
+    EXPECT_EQ(Walk(m_All, shadow.u16string()), (Lines{"D ", "F f 1", "D up"}));
+    EXPECT_TRUE(m_Log.Contains(u"Reparse point skipped: [C:\\up]. Substitute: []."));
+}
+
 // The bytes of one table header with the field types and row count given.
 std::vector<uint8_t> Header(uint64_t next, uint32_t id, std::vector<uint16_t> types, uint64_t rows) {
     std::vector<uint8_t> b = {'T', 'B', 'L', 'X', 1, 0, 1, 0};

@@ -1,0 +1,86 @@
+#!/usr/bin/env bash
+# Heavier checks of the optimized run with the directory walk, through the
+# built program (budget: about two minutes):
+#   1. a run killed at random moments never leaves a partial index under
+#      the final name: volume.c_.ifd is absent or whole, and the next run
+#      finishes beside the temporary files the killed one left;
+#   2. a tree 1,000 folders deep (paths far beyond PATH_MAX) is walked whole.
+# Uses the program of $NGI_BUILD_DIR (default build), building it if needed.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+build=${NGI_BUILD_DIR:-build}
+if [ ! -x "$build/src/app/NorvaGuestIndexer" ] || [ ! -x "$build/tools/index_dump/NorvaIndexDump" ]; then
+  cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+  cmake --build "$build" -j"${NGI_JOBS:-$(nproc)}" --target NorvaGuestIndexer NorvaIndexDump >/dev/null
+fi
+program=$PWD/$build/src/app/NorvaGuestIndexer
+dump=$PWD/$build/tools/index_dump/NorvaIndexDump
+
+work=$(mktemp -d "${TMPDIR:-/tmp}/ngi-test-walk.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+
+instance() {  # folder tree
+  mkdir -p "$1"
+  cp "$program" "$1/"
+  { printf '\xff\xfe'; printf 'C:\\\r\n' | iconv -f UTF-8 -t UTF-16LE; } > "$1/NorvaGuestIndexer.inc.filter"
+  printf '\xff\xfe' > "$1/NorvaGuestIndexer.exc.filter"
+  printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\C]\r\n"MountPoints"="C:"\r\n"Folder"="%s"\r\n' \
+    "$2" > "$1/registry.reg"
+}
+
+run() {  # folder out [background]
+  NGI_REGISTRY_FILE="$1/registry.reg" NGI_LOCK_DIR="$1" "$1/NorvaGuestIndexer" -opt yes -log "$1/logs" "$2"
+}
+
+# Directory and file counts of an index ("<dirs> <files>").
+counts() {
+  "$dump" "$1" | head -1 | sed -E 's/.*: ([0-9]+) directories, ([0-9]+) files.*/\1 \2/'
+}
+
+echo "--- killed runs"
+tree=$work/tree
+for ((t = 0; t < 20; t++)); do
+  mkdir -p "$tree/d$t/"s{0..49}
+  (cd "$tree/d$t" && for s in s*; do (cd "$s" && touch f{00..99}); done)
+done
+instance "$work/kill" "$tree"
+run "$work/kill" "$work/full" >/dev/null
+whole=$(counts "$work/full/volume.c_.ifd")
+echo "whole index: $whole (directories, files)"
+[ "$whole" = "1021 100000" ] || { echo "FAIL: unexpected counts"; exit 1; }
+for delay in 0.01 0.03 0.06 0.1 0.15 0.2 0.3 0.4; do
+  out=$work/out-$delay
+  run "$work/kill" "$out" >/dev/null 2>&1 &
+  pid=$!
+  sleep "$delay"
+  kill -9 "$pid" 2>/dev/null || true
+  wait "$pid" 2>/dev/null || true
+  if [ -e "$out/volume.c_.ifd" ]; then
+    got=$(counts "$out/volume.c_.ifd") || { echo "FAIL: killed after $delay s, the final file is damaged"; exit 1; }
+    [ "$got" = "$whole" ] || { echo "FAIL: killed after $delay s, the final file is partial ($got)"; exit 1; }
+    echo "killed after $delay s: finished before the kill"
+  else
+    left=$(ls "$out" 2>/dev/null | grep -c '^Index.*\.tmp$' || true)
+    echo "killed after $delay s: no final file, $left temporary files left"
+    # The next run finishes, and leaves the killed run's files in place.
+    run "$work/kill" "$out" >/dev/null
+    [ "$(counts "$out/volume.c_.ifd")" = "$whole" ] || { echo "FAIL: the run after a kill"; exit 1; }
+    now=$(ls "$out" | grep -c '^Index.*\.tmp$' || true)
+    [ "$now" = "$left" ] || { echo "FAIL: temporary files of the killed run: $left before, $now after"; exit 1; }
+  fi
+done
+
+echo "--- a tree 1,000 folders deep"
+deep=$work/deep
+mkdir -p "$deep"
+(
+  cd "$deep"
+  for ((i = 0; i < 1000; i++)); do mkdir n && cd n; done
+  touch bottom
+)
+instance "$work/deep-run" "$deep"
+run "$work/deep-run" "$work/deep-out" >/dev/null
+got=$(counts "$work/deep-out/volume.c_.ifd")
+[ "$got" = "1001 1" ] || { echo "FAIL: deep tree gives $got"; exit 1; }
+echo "deep tree: $got (directories, files)"
+echo "test-walk: passed"
