@@ -241,7 +241,7 @@ int CNtfsVolume::GetFileRecordWithoutExistTest(uint64_t fileRef, uint8_t* buffer
 uint64_t CNtfsVolume::GetFileRecord(uint64_t fileRef, uint8_t* buffer, int mustExist) {
     // Bits past the end of the buffer, or past the bitmap's real size plus
     // the one byte the comparison lets through, read as clear.
-    const uint64_t bitBytes = std::min<uint64_t>(m_Bitmap.Count(), m_cbBitMapActual + 1);
+    const uint64_t bitBytes = m_cbBitMapActual < m_Bitmap.Count() ? m_cbBitMapActual + 1 : m_Bitmap.Count();
     for (;;) {
         const uint64_t byteIndex = fileRef / 8;
         if (byteIndex >= bitBytes) {

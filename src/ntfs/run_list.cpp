@@ -50,6 +50,9 @@ bool DecodeNextRun(const CAttrHeader& attr, size_t& position, uint64_t& clusters
 
 uint64_t DecodeRunList(const CAttrHeader& attr, uint32_t bytesPerCluster, TBlockVector& blocks) {
     size_t position = attr.MappingPairsOffset();
+    if (position > attr.Length())
+        ThrowCorrupt(attr.Frn(), u"mapping pairs of the attribute at offset %1 start outside it",
+                     HexOff(attr.OffsetInRecord()));
     uint64_t vcn = blocks.empty() ? 0 : blocks.back().LastVcn + 1;
     int64_t lcn = 0;
     uint64_t clusters = 0;
