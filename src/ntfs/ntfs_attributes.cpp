@@ -129,11 +129,11 @@ void CNtfsAttributes::DumpMemory(const void* address, size_t length) {
     CLog& log = GetLog();
     if (!log.IsEnabled(LogDetail)) return;
     const auto pointer = reinterpret_cast<uintptr_t>(address);
-    std::u16string text = u"0x" + HexDigits(pointer, 16);
-    for (char16_t& c : text)
+    // "0x%p": the pointer's sixteen upper-case digits.
+    std::u16string digits = HexDigits(pointer, 16);
+    for (char16_t& c : digits)
         if (c >= u'a' && c <= u'f') c = static_cast<char16_t>(c - u'a' + u'A');
-    text[1] = u'x';
-    log.Detail(u"Address: %1", text);
+    log.Detail(u"Address: 0x%1", digits);
     const uint8_t* bytes = static_cast<const uint8_t*>(address);
     for (size_t line = 0; line < length; line += 16) {
         std::u16string row = u"0x" + HexDigits(line, 8) + u" : ";
