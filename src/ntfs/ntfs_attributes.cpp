@@ -104,25 +104,31 @@ bool CNtfsAttributes::_IsAttributeName(const CAttrHeader& attr, std::u16string_v
     return true;
 }
 
-void CNtfsAttributes::ReadAttributeContent(const uint8_t* record, uint64_t frn, uint32_t type,
-                                           std::u16string_view name, CAttributeContent& content) {
+void CNtfsAttributes::ForEachAttributeOfFile(const uint8_t* record, uint64_t frn,
+                                             const std::function<void(const CAttrHeader&)>& fn) {
     const uint32_t size = m_Volume->GetVolumeGeometry().FileRecordSize;
-    auto parse = [&](const CAttrHeader& attr) {
-        if (attr.Type() == type && _IsAttributeName(attr, name)) content.ParseAttribute(attr);
-        return true;
-    };
     std::vector<uint64_t> extensions;
     ForEachAttribute(record, size, frn, kNoLimit, [&](const CAttrHeader& attr) {
         if (attr.Type() == kAttrAttributeList) m_Volume->_ProcessAttributeList(frn, attr, extensions);
-        else parse(attr);
+        else fn(attr);
         return true;
     });
     if (extensions.empty()) return;
     CBuf<uint8_t> extension(size);
     for (uint64_t number : extensions) {
         m_Volume->GetFileRecord(number, extension.Get(), 1);
-        ForEachAttribute(extension.Get(), size, number, kNoLimit, parse);
+        ForEachAttribute(extension.Get(), size, number, kNoLimit, [&](const CAttrHeader& attr) {
+            fn(attr);
+            return true;
+        });
     }
+}
+
+void CNtfsAttributes::ReadAttributeContent(const uint8_t* record, uint64_t frn, uint32_t type,
+                                           std::u16string_view name, CAttributeContent& content) {
+    ForEachAttributeOfFile(record, frn, [&](const CAttrHeader& attr) {
+        if (attr.Type() == type && _IsAttributeName(attr, name)) content.ParseAttribute(attr);
+    });
 }
 
 void CNtfsAttributes::DumpMemory(const void* address, size_t length) {

@@ -19,6 +19,7 @@
 // Holds a pointer to its volume, which must outlive it. Single-threaded.
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -66,6 +67,13 @@ public:
     // names into `content`. `record` holds FileRecordSize bytes.
     void ReadAttributeContent(const uint8_t* record, uint64_t frn, uint32_t type, std::u16string_view name,
                               CAttributeContent& content);
+
+    // Calls fn for every attribute header of the file: those of the base
+    // record (except its $ATTRIBUTE_LIST) and those of each extension record
+    // the list names, fetched with GetFileRecord (mustExist set). A list in
+    // an extension record is not followed.
+    void ForEachAttributeOfFile(const uint8_t* record, uint64_t frn,
+                                const std::function<void(const CAttrHeader&)>& fn);
 
     // Writes the bytes at level Detail: "Address: 0x<pointer>", then one line
     // per 16 bytes, "0x%8.8x : " and "%2.2x " per byte.

@@ -67,28 +67,14 @@ void CNtfsIndex::ParseEntries(const uint8_t* node, size_t begin, size_t end, uin
 
 void CNtfsIndex::_ReadIndexAttributes(const uint8_t* record, uint64_t frn, std::u16string_view indexName,
                                       TIndexAttributes& attributes) {
-    const uint32_t size = m_Volume->GetVolumeGeometry().FileRecordSize;
-    auto parse = [&](const CAttrHeader& attr) {
+    CNtfsAttributes(m_Volume).ForEachAttributeOfFile(record, frn, [&](const CAttrHeader& attr) {
         const uint32_t type = attr.Type();
-        if (type != kAttrIndexRoot && type != kAttrIndexAllocation && type != kAttrBitmap) return true;
-        if (!CNtfsAttributes::_IsAttributeName(attr, indexName)) return true;
+        if (type != kAttrIndexRoot && type != kAttrIndexAllocation && type != kAttrBitmap) return;
+        if (!CNtfsAttributes::_IsAttributeName(attr, indexName)) return;
         if (type == kAttrIndexRoot) attributes.Root->ParseAttribute(attr);
         else if (type == kAttrIndexAllocation) attributes.Allocation->ParseAttribute(attr);
         else attributes.Bitmap->ParseAttribute(attr);
-        return true;
-    };
-    std::vector<uint64_t> extensions;
-    ForEachAttribute(record, size, frn, kNoLimit, [&](const CAttrHeader& attr) {
-        if (attr.Type() == kAttrAttributeList) m_Volume->_ProcessAttributeList(frn, attr, extensions);
-        else parse(attr);
-        return true;
     });
-    if (extensions.empty()) return;
-    CBuf<uint8_t> extension(size);
-    for (uint64_t number : extensions) {
-        m_Volume->GetFileRecord(number, extension.Get(), 1);
-        ForEachAttribute(extension.Get(), size, number, kNoLimit, parse);
-    }
 }
 
 void CNtfsIndex::ParseIndexFileRecord_Process(const uint8_t* record, uint64_t frn, std::u16string_view indexName,

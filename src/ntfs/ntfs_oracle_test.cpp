@@ -77,26 +77,6 @@ struct TFound {
     bool Directory = false;
 };
 
-// Every attribute of a record and of its extension records.
-template <class F>
-void ForAllAttributes(CNtfsVolume& volume, const uint8_t* record, uint64_t frn, F&& fn) {
-    const uint32_t size = volume.GetVolumeGeometry().FileRecordSize;
-    std::vector<uint64_t> extensions;
-    ForEachAttribute(record, size, frn, kNoLimit, [&](const CAttrHeader& a) {
-        if (a.Type() == kAttrAttributeList) volume._ProcessAttributeList(frn, a, extensions);
-        fn(a);
-        return true;
-    });
-    std::vector<uint8_t> ext(size);
-    for (uint64_t n : extensions) {
-        volume.GetFileRecord(n, ext.data(), 1);
-        ForEachAttribute(ext.data(), size, n, kNoLimit, [&](const CAttrHeader& a) {
-            fn(a);
-            return true;
-        });
-    }
-}
-
 std::map<uint64_t, TFound> ReadAllRecords(CNtfsVolume& volume) {
     std::map<uint64_t, TFound> found;
     CNtfsAttributes attributes(&volume);
@@ -115,7 +95,7 @@ std::map<uint64_t, TFound> ReadAllRecords(CNtfsVolume& volume) {
         TFound& f = found[got];
         f.Directory = (flags & kRecFlagDirectory) != 0;
         TFileNamePropsList names;
-        ForAllAttributes(volume, record.data(), got, [&](const CAttrHeader& a) {
+        attributes.ForEachAttributeOfFile(record.data(), got, [&](const CAttrHeader& a) {
             switch (a.Type()) {
                 case kAttrFileName: attributes.GetFileNameProps(a, names); break;
                 case kAttrStandardInformation:
