@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # The Windows suite: installs MinGW-w64 and Wine if missing, cross-builds in
 # build-windows/, runs the unit test programs of the layers that are complete
-# for Windows under Wine, and checks the indexer's answer to an empty command
-# line. Skips (exit 0, with a message) where the tools cannot be installed or
+# for Windows under Wine, checks the indexer's answer to an empty command
+# line, and indexes a small folder with it by the directory walk. Skips (exit 0, with a message) where the tools cannot be installed or
 # Wine cannot start here. Budget: about 8 minutes, installs included.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -63,6 +63,33 @@ if ! grep -q "^Usage:" <<<"$out" || ! grep -q "NorvaGuestIndexer.exe \[-log" <<<
   ! grep -qx "Error: Parameters not found." <<<"$err"; then
   echo "test-windows: NorvaGuestIndexer.exe without arguments did not print the usage:"
   echo "--- stdout"; echo "$out"; echo "--- stderr"; echo "$err"
+  exit 1
+fi
+echo "=== NorvaGuestIndexer.exe indexes a folder by the directory walk"
+# The program reads its filters beside itself; Wine shows / as drive Z:.
+e2e=$build/e2e
+rm -rf "$e2e"
+mkdir -p "$e2e/bin" "$e2e/data/sub" "$e2e/out" "$e2e/log"
+cp "$exe" "$e2e/bin/"
+printf 'hello\n' >"$e2e/data/a.txt"
+printf 'x\n' >"$e2e/data/sub/b.bin"
+winpath() { echo "Z:$1" | tr '/' '\\'; }
+# UTF-16LE with a byte order mark, CR LF line ends.
+printf '%s\r\n' "$(winpath "$e2e/data")" | iconv -f UTF-8 -t UTF-16LE |
+  { printf '\xff\xfe'; cat; } >"$e2e/bin/NorvaGuestIndexer.inc.filter"
+printf '\xff\xfe' >"$e2e/bin/NorvaGuestIndexer.exc.filter"
+set +e
+"$wine" "$e2e/bin/NorvaGuestIndexer.exe" -log "$(winpath "$e2e/log")" -opt yes -parse_fs no \
+  "$(winpath "$e2e/out")" >"$e2e/stdout" 2>"$e2e/stderr"
+rc=$?
+set -e
+log=$(cat "$e2e"/log/*.log 2>/dev/null | iconv -f UTF-16LE -t UTF-8 | tr -d '\r')
+# Directories: the root, each folder on the way to data, data itself and sub.
+dirs=$(($(tr -cd / <<<"$e2e/data" | wc -c) + 2))
+if [ "$rc" -ne 0 ] || [ ! -s "$e2e/out/summary.txt" ] || [ ! -s "$e2e/out/volume.z_.ifd" ] ||
+  ! grep -q "files 2$" <<<"$log" || ! grep -q "directories $dirs$" <<<"$log"; then
+  echo "test-windows: the run under Wine failed (exit $rc):"
+  cat "$e2e/stderr"; ls -l "$e2e/out"; echo "$log" | tail -40
   exit 1
 fi
 echo "=== windows suite passed"

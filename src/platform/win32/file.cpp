@@ -37,8 +37,15 @@ bool CHandle::Close() {
 
 CHandle FileOpen(std::u16string_view path, uint32_t access, uint32_t share, uint32_t disposition,
                  uint32_t flagsAndAttributes) {
-    HANDLE h = ::CreateFileW(ToWide(path).c_str(), access, share, nullptr, disposition,
-                             flagsAndAttributes, nullptr);
+    auto open = [&](const std::wstring& name) {
+        return ::CreateFileW(name.c_str(), access, share, nullptr, disposition, flagsAndAttributes,
+                             nullptr);
+    };
+    HANDLE h = open(ToWide(path));
+    if (h == INVALID_HANDLE_VALUE && win32::FailedOnVolumeName()) {
+        const std::wstring other = win32::PathThroughMountPoint(path);
+        if (!other.empty()) h = open(other);
+    }
     // INVALID_HANDLE_VALUE is (HANDLE)-1, the same bits as kInvalidHandle.
     return CHandle(win32::FromHandle(h));
 }
@@ -111,7 +118,12 @@ bool DirCreate(std::u16string_view path) {
 bool DirRemove(std::u16string_view path) { return ::RemoveDirectoryW(ToWide(path).c_str()) != 0; }
 
 uint32_t GetAttributes(std::u16string_view path) {
-    return ::GetFileAttributesW(ToWide(path).c_str());
+    DWORD attributes = ::GetFileAttributesW(ToWide(path).c_str());
+    if (attributes == INVALID_FILE_ATTRIBUTES && win32::FailedOnVolumeName()) {
+        const std::wstring other = win32::PathThroughMountPoint(path);
+        if (!other.empty()) attributes = ::GetFileAttributesW(other.c_str());
+    }
+    return attributes;
 }
 
 bool SetAttributes(std::u16string_view path, uint32_t attributes) {

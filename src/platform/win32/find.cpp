@@ -44,6 +44,10 @@ void Convert(const WIN32_FIND_DATAW& from, TFindData& to) {
 CFindHandle FindFirst(std::u16string_view pattern, TFindData& data) {
     WIN32_FIND_DATAW found;
     HANDLE h = ::FindFirstFileW(win32::ToWide(pattern).c_str(), &found);
+    if (h == INVALID_HANDLE_VALUE && win32::FailedOnVolumeName()) {
+        const std::wstring other = win32::PathThroughMountPoint(pattern);
+        if (!other.empty()) h = ::FindFirstFileW(other.c_str(), &found);
+    }
     if (h == INVALID_HANDLE_VALUE) return CFindHandle();
     Convert(found, data);
     return CFindHandle(std::make_unique<CFindState>(h));

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+#include "base/case.h"
 #include "platform/errors.h"
 #include "platform/volume.h"
 
@@ -155,6 +156,28 @@ public:
 };
 
 }  // namespace
+
+namespace win32 {
+
+std::wstring PathThroughMountPoint(std::u16string_view path) {
+    constexpr std::u16string_view kPrefix = u"\\\\?\\Volume{";
+    if (!util::StartsWithNoCase(path, kPrefix)) return {};
+    const size_t close = path.find(u'}', kPrefix.size());
+    if (close == std::u16string_view::npos) return {};
+    const std::wstring volume = ToWide(path.substr(0, close + 1)) + L"\\";
+    std::wstring names(1024, L'\0');
+    DWORD length = 0;
+    if (!::GetVolumePathNamesForVolumeNameW(volume.c_str(), names.data(),
+                                            static_cast<DWORD>(names.size()), &length) ||
+        names[0] == L'\0')
+        return {};
+    std::wstring mountPoint(names.c_str());  // the first, with its trailing "\"
+    std::u16string_view rest = path.substr(close + 1);
+    if (!rest.empty() && rest.front() == u'\\') rest.remove_prefix(1);
+    return mountPoint + ToWide(rest);
+}
+
+}  // namespace win32
 
 IVolumes& SystemVolumes() {
     static CWin32Volumes volumes;

@@ -2,6 +2,8 @@
 // Windows or Wine. Wine's drive C: is a folder of the prefix, so these check
 // the shape of the answers and the error numbers, not a particular machine.
 
+#include "platform/win32/win32_util.h"
+
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -11,6 +13,7 @@
 #include "platform/errors.h"
 #include "platform/file.h"
 #include "platform/file_acl.h"
+#include "platform/find.h"
 #include "platform/reparse.h"
 #include "platform/volume.h"
 #include "platform/volume_io.h"
@@ -57,6 +60,27 @@ TEST(Win32Volumes, EnumerationEndsOrIsEmpty) {
     CVolumeFindHandle none;
     EXPECT_FALSE(SystemVolumes().FindNextVolume(none, name, kMaxPath));
     EXPECT_EQ(GetLastError(), kErrInvalidHandle);
+}
+
+TEST(Win32Volumes, FilesThroughTheVolumeName) {
+    // Windows reaches files through "\\?\Volume{GUID}\"; Wine does not, and
+    // the layer then goes through the volume's mount point.
+    std::u16string volume;
+    ASSERT_TRUE(GetVolumeNameForVolumeMountPoint(u"C:\\", volume, kMaxPath)) << GetLastError();
+    ASSERT_EQ(volume.back(), u'\\');
+    EXPECT_EQ(win32::PathThroughMountPoint(volume + u"windows\\system32"), L"C:\\windows\\system32");
+    EXPECT_EQ(win32::PathThroughMountPoint(u"C:\\windows"), L"");
+    EXPECT_EQ(win32::PathThroughMountPoint(u"\\\\?\\Volume{not closed"), L"");
+
+    TFindData data;
+    CFindHandle h = FindFirst(volume + u"windows\\*", data);
+    EXPECT_TRUE(h.IsValid()) << GetLastError();
+    EXPECT_NE(GetAttributes(volume + u"windows\\system32"), kInvalidFileAttributes);
+    CHandle file = FileOpen(volume + u"windows\\system32\\kernel32.dll", kGenericRead, kShareRead,
+                            kOpenExisting, 0);
+    EXPECT_TRUE(file.IsValid()) << GetLastError();
+    EXPECT_FALSE(FindFirst(volume + u"no-such-folder\\*", data).IsValid());
+    EXPECT_EQ(GetLastError(), kErrPathNotFound);
 }
 
 class Win32RawTest : public testing::Test {

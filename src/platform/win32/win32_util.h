@@ -65,6 +65,23 @@ inline uint64_t FromFileTime(const FILETIME& t) {
     return (static_cast<uint64_t>(t.dwHighDateTime) << 32) | t.dwLowDateTime;
 }
 
+// Wine names its volumes "\\?\Volume{GUID}\" but gives no file access
+// through those names: a call on such a path fails with 66 (bad device
+// type) at the volume's root and with 3 below it. For a path of that form,
+// the same path through the volume's first mount point ("C:\dir" for
+// "\\?\Volume{...}\dir"), which reaches the same file on the same
+// volume; empty for any other path or a volume without a mount point.
+// Path calls try it only after such a failure: on Windows the second try
+// finds what the first found (nothing), at the cost of one more call.
+std::wstring PathThroughMountPoint(std::u16string_view path);
+
+// True when the last call failed as a volume GUID path does under Wine.
+inline bool FailedOnVolumeName() {
+    const DWORD error = ::GetLastError();
+    return error == ERROR_BAD_DEV_TYPE || error == ERROR_PATH_NOT_FOUND ||
+           error == ERROR_FILE_NOT_FOUND;
+}
+
 // Sets the thread's last error and returns false, for `return Fail(e);`.
 inline bool Fail(uint32_t win32Error) {
     ::SetLastError(win32Error);
