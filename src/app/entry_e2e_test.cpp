@@ -139,8 +139,11 @@ TEST_F(CProgramFixture, LogLinesAndPriorityFromTheRegistry) {
         EXPECT_NE(text.find(c.line), std::u16string::npos) << std::string(text.begin(), text.end());
         if (c.value == "\"FAST\"") {
             EXPECT_EQ(text.find(u"Process priority restored."), std::u16string::npos);
-        } else if (::geteuid() == 0) {
-            EXPECT_NE(text.find(u"INFO    Process priority restored.\r\n"), std::u16string::npos);
+        } else {
+            // Leaving a lower priority needs a privilege (root on Linux); without
+            // it the guard says that it failed.
+            EXPECT_TRUE(text.find(u"INFO    Process priority restored.\r\n") != std::u16string::npos ||
+                        text.find(u"Failed to restore priority.\r\n") != std::u16string::npos);
         }
         // A failed run reports itself in the log and on standard error alike.
         if (r.exitCode == 1) {
