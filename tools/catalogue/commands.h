@@ -1,0 +1,36 @@
+#pragma once
+// The subcommands of the catalogue tool. Each takes its parsed words and
+// writes to the context's streams; it returns the exit code (0 done, 1 a
+// look-up that found nothing) and throws CExc for a file that can't be read
+// or is damaged (exit code 1) and CUsageError for bad usage (exit code 2).
+// RunCatalogue turns those into the messages and codes.
+
+#include <string>
+#include <vector>
+
+#include "catalogue/args.h"
+#include "catalogue/text_out.h"
+
+namespace catalogue {
+
+struct TContext {
+    CTextOut& out;
+    CTextOut& err;
+};
+
+int RunCheck(const TArgs& args, TContext& ctx);
+int RunLs(const TArgs& args, TContext& ctx);
+int RunTree(const TArgs& args, TContext& ctx);
+int RunFind(const TArgs& args, TContext& ctx);
+int RunExport(const TArgs& args, TContext& ctx);
+int RunDiff(const TArgs& args, TContext& ctx);
+int RunSummary(const TArgs& args, TContext& ctx);
+
+// The whole tool: words as on the command line after the program's name.
+int RunCatalogue(const std::vector<std::string>& words, CTextOut& out, CTextOut& err);
+
+// A path from the command line (UTF-8) in the program's spelling, made
+// absolute against the current folder.
+std::u16string ArgPath(const std::string& arg);
+
+}  // namespace catalogue
