@@ -60,7 +60,14 @@ public:
     bool GetVolumePathName(std::u16string_view path, std::u16string& mountPoint,
                            uint32_t bufferLength) override {
         std::wstring buffer(bufferLength + 1, L'\0');
-        if (!::GetVolumePathNameW(ToWide(path).c_str(), buffer.data(), bufferLength)) return false;
+        bool ok = ::GetVolumePathNameW(ToWide(path).c_str(), buffer.data(), bufferLength);
+        // A bare drive ("C:", a drive root whose "\" the filters strip) is
+        // the drive's current folder, on the drive's volume; Wine refuses
+        // it as a bad name (123), so ask for the drive's root then.
+        if (!ok && ::GetLastError() == ERROR_INVALID_NAME && path.size() == 2 && path[1] == u':')
+            ok = ::GetVolumePathNameW(ToWide(std::u16string(path) + u"\\").c_str(), buffer.data(),
+                                      bufferLength);
+        if (!ok) return false;
         mountPoint = Terminated(buffer);
         return true;
     }

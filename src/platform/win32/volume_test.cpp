@@ -27,6 +27,8 @@ TEST(Win32Volumes, DriveCAnswers) {
     std::u16string mountPoint;
     ASSERT_TRUE(GetVolumePathName(u"C:\\windows\\system32", mountPoint, kMaxPath)) << GetLastError();
     EXPECT_EQ(mountPoint, u"C:\\");
+    ASSERT_TRUE(GetVolumePathName(u"C:", mountPoint, kMaxPath)) << GetLastError();  // a bare drive
+    EXPECT_EQ(mountPoint, u"C:\\");
     EXPECT_FALSE(GetVolumePathName(u"C:\\windows\\system32", mountPoint, 2));  // "C:\" needs 4
     EXPECT_EQ(GetLastError(), kErrFilenameExcedRange);
 
