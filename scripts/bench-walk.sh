@@ -60,9 +60,9 @@ best_of_three() {
   echo "$best"
 }
 
-run_indexer() {  # instance
-  rm -rf "$1/out"
-  NGI_REGISTRY_FILE="$1/registry.reg" NGI_LOCK_DIR="$1" "$1/NorvaGuestIndexer" -opt yes "$1/out"
+# The indexer's command line for an instance (a later run replaces the index).
+indexer_command() {  # instance
+  echo env NGI_REGISTRY_FILE="$1/registry.reg" NGI_LOCK_DIR="$1" "$1/NorvaGuestIndexer" -opt yes "$1/out"
 }
 
 report=()
@@ -73,8 +73,9 @@ for size in big small; do
   make_instance "$bench/instance-$size" "$tree"
   # Warm the cache, and check that the run works at all.
   find "$tree" -printf '%s %T@ %p\n' >/dev/null
-  run_indexer "$bench/instance-$size" >/dev/null || { echo "the indexer failed"; exit 1; }
-  indexer=$(best_of_three run_indexer "$bench/instance-$size")
+  read -r -a command <<<"$(indexer_command "$bench/instance-$size")"
+  "${command[@]}" >/dev/null || { echo "the indexer failed"; exit 1; }
+  indexer=$(best_of_three "${command[@]}")
   finder=$(best_of_three find "$tree" -printf '%s %T@ %p\n')
   report+=("$size $tops $indexer $finder")
 done
