@@ -171,13 +171,17 @@ std::wstring PathThroughMountPoint(std::u16string_view path) {
     if (!util::StartsWithNoCase(path, kPrefix)) return {};
     const size_t close = path.find(u'}', kPrefix.size());
     if (close == std::u16string_view::npos) return {};
+    // The caller reports the first call's error when there is no other path.
+    const DWORD firstError = ::GetLastError();
     const std::wstring volume = ToWide(path.substr(0, close + 1)) + L"\\";
     std::wstring names(1024, L'\0');
     DWORD length = 0;
     if (!::GetVolumePathNamesForVolumeNameW(volume.c_str(), names.data(),
                                             static_cast<DWORD>(names.size()), &length) ||
-        names[0] == L'\0')
+        names[0] == L'\0') {
+        ::SetLastError(firstError);
         return {};
+    }
     std::wstring mountPoint(names.c_str());  // the first, with its trailing "\"
     std::u16string_view rest = path.substr(close + 1);
     if (!rest.empty() && rest.front() == u'\\') rest.remove_prefix(1);

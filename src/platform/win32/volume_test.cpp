@@ -73,6 +73,10 @@ TEST(Win32Volumes, FilesThroughTheVolumeName) {
     EXPECT_EQ(win32::PathThroughMountPoint(volume + u"windows\\system32"), L"C:\\windows\\system32");
     EXPECT_EQ(win32::PathThroughMountPoint(u"C:\\windows"), L"");
     EXPECT_EQ(win32::PathThroughMountPoint(u"\\\\?\\Volume{not closed"), L"");
+    // An unknown volume: no other path, and the caller's error stays.
+    SetLastError(kErrBusy);
+    EXPECT_EQ(win32::PathThroughMountPoint(u"\\\\?\\Volume{12345678-0000-0000-0000-000000000000}\\x"), L"");
+    EXPECT_EQ(GetLastError(), kErrBusy);
 
     TFindData data;
     CFindHandle h = FindFirst(volume + u"windows\\*", data);
