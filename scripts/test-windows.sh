@@ -83,7 +83,7 @@ set +e
   "$(winpath "$e2e/out")" >"$e2e/stdout" 2>"$e2e/stderr"
 rc=$?
 set -e
-log=$(cat "$e2e"/log/*.log 2>/dev/null | iconv -f UTF-16LE -t UTF-8 | tr -d '\r')
+log=$(cat "$e2e"/log/*.log 2>/dev/null | iconv -f UTF-16LE -t UTF-8 | tr -d '\r' || true)
 # Directories: the root, each folder on the way to data, data itself and sub.
 dirs=$(($(tr -cd / <<<"$e2e/data" | wc -c) + 2))
 if [ "$rc" -ne 0 ] || [ ! -s "$e2e/out/summary.txt" ] || [ ! -s "$e2e/out/volume.z_.ifd" ] ||
