@@ -7,40 +7,11 @@
 #include "diag/crash_dump_path.h"
 #include "diag/log.h"
 #include "platform/errors.h"
-#include "platform/registry.h"
+#include "diag/settings.h"
 
 namespace crash {
 
 namespace {
-
-constexpr char16_t kSettingsKey[] = u"SOFTWARE\\NorvA\\Norva Archive and Mirror";
-constexpr size_t kMaxModeNameLength = 32;
-
-bool ReadDword(const platform::CRegKey& key, std::u16string_view name, uint32_t& value) {
-    uint32_t type = 0;
-    std::vector<uint8_t> data;
-    if (!platform::RegQueryValue(key, name, type, data) || type != platform::kRegDword ||
-        data.size() != 4)
-        return false;
-    value = uint32_t(data[0]) | uint32_t(data[1]) << 8 | uint32_t(data[2]) << 16 |
-            uint32_t(data[3]) << 24;
-    return true;
-}
-
-bool ReadString(const platform::CRegKey& key, std::u16string_view name, std::u16string& value) {
-    uint32_t type = 0;
-    std::vector<uint8_t> data;
-    if (!platform::RegQueryValue(key, name, type, data) ||
-        (type != platform::kRegSz && type != platform::kRegExpandSz))
-        return false;
-    value.clear();
-    for (size_t i = 0; i + 1 < data.size(); i += 2) {
-        char16_t c = static_cast<char16_t>(data[i] | data[i + 1] << 8);
-        if (c == 0) break;
-        value += c;
-    }
-    return true;
-}
 
 bool EqualsNoCase(std::u16string_view a, std::u16string_view b) {
     if (a.size() != b.size()) return false;
@@ -71,19 +42,14 @@ TDumpSettings ReadDumpSettings() {
     TDumpSettings settings;
     settings.processDumpsSupported = platform::ProcessDumpsSupported();
     platform::GetUserTempFolder(settings.tempFolder);
-    platform::CRegKey key;
-    if (platform::RegOpenKey(platform::kHkeyLocalMachine, kSettingsKey, platform::kKeyReadWrite,
-                             key)) {
-        ReadDword(key, u"OutOfProcDumpGen", settings.outOfProcDumpGen);
-        ReadDword(key, u"MiniDumpModeMask", settings.miniDumpModeMask);
-        ReadString(key, u"SqlTempLogPath", settings.dumpModeName);
-    }
+    settings.outOfProcDumpGen = settings::IsOutOfProcDumpGen() ? 1 : 0;
+    settings.miniDumpModeMask = settings::GetMiniDumpModeMask();
+    settings.dumpModeName = settings::GetSqlTempLogPath();
     return settings;
 }
 
 uint32_t GetDumpType(uint32_t modeMask, std::u16string_view modeName) {
     if (modeMask != 0) return modeMask;
-    if (modeName.size() > kMaxModeNameLength) return 0;
     if (EqualsNoCase(modeName, u"Full")) return kFullDumpType;
     return 0;  // "Normal" and anything else
 }

@@ -34,15 +34,15 @@ struct TDumpSettings {
 };
 
 // The settings as this machine has them: the registry values of the
-// settings key, the platform's answer on process dumps, the user's temporary
-// folder. Missing or unreadable values give their defaults.
+// settings key (diag/settings.h), the platform's answer on process dumps,
+// the user's temporary folder. Missing or unreadable values give their
+// defaults.
 TDumpSettings ReadDumpSettings();
 
 // The recorder's dump type: the mask if not 0; else "Normal" 0, "Full"
 // 137479 (0x21907: full memory, data segments, handles, thread data and
 // info, memory info, inaccessible memory ignored); anything else 0. The mode
-// name compares without regard to case; one longer than 32 characters is
-// not read.
+// name compares without regard to case.
 inline constexpr uint32_t kFullDumpType = 137479;
 uint32_t GetDumpType(uint32_t modeMask, std::u16string_view modeName);
 
