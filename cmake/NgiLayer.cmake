@@ -37,7 +37,11 @@ function(ngi_layer name)
       gtest_discover_tests(${name}_tests
         WORKING_DIRECTORY ${PROJECT_SOURCE_DIR}
         DISCOVERY_TIMEOUT 60
-        PROPERTIES TIMEOUT 600 ENVIRONMENT "NGI_SOURCE_DIR=${PROJECT_SOURCE_DIR};NGI_BINARY_DIR=${PROJECT_BINARY_DIR}")
+        # One list item per property: a ";" inside ENVIRONMENT would be split
+        # into a second property name by the discovery script.
+        PROPERTIES TIMEOUT 600
+                   ENVIRONMENT "NGI_SOURCE_DIR=${PROJECT_SOURCE_DIR}"
+                   ENVIRONMENT_MODIFICATION "NGI_BINARY_DIR=set:${PROJECT_BINARY_DIR}")
     endif()
   endif()
 endfunction()
