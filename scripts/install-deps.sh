@@ -9,6 +9,7 @@ packages=(
   libxml2-dev
   clang libclang-rt-14-dev   # libFuzzer targets
   ntfs-3g attr fuse3         # building NTFS fixture volumes
+  python3 gzip               # NTFS fixture script and fuzz seeds
   sleuthkit libfsntfs-utils  # independent NTFS readers, test oracles
   gdb                        # reading crash dumps in tests
 )
