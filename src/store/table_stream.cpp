@@ -20,7 +20,13 @@ CTableStream::CTableStream(std::u16string_view fileName, const TTableInfo& table
     if (m_FieldCount > kMaxFields)
         throw CExc(u"idxdata::CTableStream: a schema of %1 fields is not supported.",
                    util::ToStrU32(m_FieldCount), kHrInvalidArg);
-    for (uint32_t i = 0; i < m_FieldCount; ++i) m_Types[i] = static_cast<uint16_t>(schema.GetFieldType(i));
+    for (uint32_t i = 0; i < m_FieldCount; ++i) {
+        m_Types[i] = static_cast<uint16_t>(schema.GetFieldType(i));
+        m_FixedOff[i] = m_FixedSize;
+        m_StringRank[i] = m_StringCount;
+        if (m_Types[i] == FieldString) m_StringField[m_StringCount++] = i;
+        m_FixedSize += m_Types[i] == FieldQword ? 8 : 4;
+    }
     m_NextAt = m_RowAt = m_Table.start + firstRowPos;
     m_FileAt = m_NextAt;
     m_Begin = m_End = m_FileAt & 1;
@@ -70,7 +76,7 @@ void CTableStream::_Ensure(uint64_t size) {
     if (have < size) _Fill(size);
 }
 
-bool CTableStream::Next() {
+bool CTableStream::_NextSlow() {
     if (m_RowsRead >= m_RowCount) {
         if (m_NextAt != m_Table.end)
             ThrowDamaged(m_NextAt, FormatMessageArgs(u"0x%1 bytes follow the last of %2 rows",
@@ -78,6 +84,12 @@ bool CTableStream::Next() {
                                                       util::ToStrU64(m_RowCount)}));
         return false;
     }
+    _NextChecked();
+    ++m_RowsRead;
+    return true;
+}
+
+void CTableStream::_NextChecked() {
     m_RowAt = m_NextAt;
     const uint64_t left = m_Table.end - m_RowAt;
     uint64_t off = 0;
@@ -87,8 +99,8 @@ bool CTableStream::Next() {
                                                           {what, util::Hex16(m_Table.end)}));
         _Ensure(off + size);
     };
+    uint64_t units = 0;
     for (uint32_t i = 0; i < m_FieldCount; ++i) {
-        m_FieldOff[i] = static_cast<uint32_t>(off);
         switch (m_Types[i]) {
             case FieldQword: need(8, u"a long long"); off += 8; break;
             case FieldDword: need(4, u"a dword"); off += 4; break;
@@ -100,6 +112,8 @@ bool CTableStream::Next() {
                                  FormatMessageArgs(u"a string of %1 units runs past the table's end 0x%2",
                                                    {util::ToStrU32(n), util::Hex16(m_Table.end)}));
                 off += 4 + uint64_t{n} * 2;
+                units += n;
+                m_UnitsBefore[m_StringRank[i] + 1] = units;
                 if (off > kMaxRowSize)
                     ThrowDamaged(m_RowAt, FormatMessageArgs(u"a row of more than 0x%1 bytes (a string of %2 units)",
                                                             {util::Hex16(kMaxRowSize), util::ToStrU32(n)}));
@@ -109,23 +123,14 @@ bool CTableStream::Next() {
     _Ensure(off);
     m_Row = m_Data.data() + m_Begin + (m_RowAt - m_FileAt);
     m_NextAt = m_RowAt + off;
-    ++m_RowsRead;
-    return true;
 }
 
-uint64_t CTableStream::Qword(uint32_t field) const { return GetU64(_Field(field)); }
-
-uint32_t CTableStream::Dword(uint32_t field) const { return GetU32(_Field(field)); }
-
-std::u16string_view CTableStream::String(uint32_t field) {
+std::u16string_view CTableStream::_CopyString(uint32_t field) {
     const uint8_t* p = _Field(field);
     const uint32_t n = GetU32(p);
-    p += 4;
-    if (reinterpret_cast<uintptr_t>(p) % alignof(char16_t) == 0)
-        return std::u16string_view(reinterpret_cast<const char16_t*>(p), n);
     std::u16string& copy = m_Scratch[field];
     copy.resize(n);
-    std::memcpy(copy.data(), p, size_t{n} * 2);
+    std::memcpy(copy.data(), p + 4, size_t{n} * 2);
     return copy;
 }
 

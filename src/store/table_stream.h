@@ -20,6 +20,7 @@
 // failed system call throws CWin32Exc "%1 fail. Cannot read file [%2] at
 // offset 0x%3.". One thread at a time; the object owns its handle.
 
+#include <algorithm>
 #include <array>
 #include <cstdint>
 #include <string>
@@ -29,6 +30,7 @@
 #include "platform/file.h"
 #include "store/records.h"
 #include "store/seq_table_reader.h"
+#include "store/table_format.h"
 
 namespace idxdata {
 
@@ -55,7 +57,13 @@ public:
 
     // The next row; false once all rows were read, after checking that the
     // last one ends exactly at the table's end.
-    bool Next();
+    bool Next() {
+        if (m_RowsRead < m_RowCount && _NextInWindow()) {
+            ++m_RowsRead;
+            return true;
+        }
+        return _NextSlow();
+    }
 
     uint64_t GetRowCount() const { return m_RowCount; }
     // The current row's id (its ordinal from 0) and position (offset from
@@ -65,9 +73,13 @@ public:
     const TTableInfo& GetTable() const { return m_Table; }
 
     // Fields of the current row by index (REQUIRES: a field of that type).
-    uint64_t Qword(uint32_t field) const;
-    uint32_t Dword(uint32_t field) const;
-    std::u16string_view String(uint32_t field);
+    uint64_t Qword(uint32_t field) const { return GetU64(_Field(field)); }
+    uint32_t Dword(uint32_t field) const { return GetU32(_Field(field)); }
+    std::u16string_view String(uint32_t field) {
+        const uint8_t* p = _Field(field);
+        if (reinterpret_cast<uintptr_t>(p + 4) % alignof(char16_t) != 0) return _CopyString(field);
+        return std::u16string_view(reinterpret_cast<const char16_t*>(p + 4), GetU32(p));
+    }
 
     // Throws the damaged-file text for an absolute offset of the file.
     [[noreturn]] void ThrowDamaged(uint64_t offset, std::u16string_view what) const;
@@ -75,12 +87,41 @@ public:
     [[noreturn]] void ThrowDamagedRow(std::u16string_view what) const { ThrowDamaged(m_RowAt, what); }
 
 private:
+    // Next() when the row lies wholly in the window: one bound check a
+    // string and one a row. False sends the row the slow way, which finds
+    // the same row or reports the damage precisely.
+    bool _NextInWindow() {
+        const size_t at = m_Begin + static_cast<size_t>(m_NextAt - m_FileAt);
+        if (at > m_End) return false;
+        const uint64_t avail = std::min<uint64_t>(m_End - at, m_Table.end - m_NextAt);
+        const uint8_t* row = m_Data.data() + at;
+        uint64_t units = 0;
+        for (uint32_t k = 0; k < m_StringCount; ++k) {
+            const uint64_t lengthAt = m_FixedOff[m_StringField[k]] + 2 * units;
+            if (lengthAt + 4 > avail) return false;
+            units += GetU32(row + lengthAt);
+            m_UnitsBefore[k + 1] = units;
+        }
+        const uint64_t size = m_FixedSize + 2 * units;
+        if (size > avail) return false;
+        m_RowAt = m_NextAt;
+        m_Row = row;
+        m_NextAt += size;
+        return true;
+    }
+    // Next() past the fast path: the end of the table, or a row that needs
+    // the window refilled, or damage.
+    bool _NextSlow();
+    void _NextChecked();
+    std::u16string_view _CopyString(uint32_t field);
     // Makes the file bytes [m_RowAt, m_RowAt + size) present in the window.
     // REQUIRES: they lie inside the table.
     void _Ensure(uint64_t size);
     // Reads from the file until the window holds `want` bytes from m_RowAt.
     void _Fill(uint64_t want);
-    const uint8_t* _Field(uint32_t field) const { return m_Row + m_FieldOff[field]; }
+    const uint8_t* _Field(uint32_t field) const {
+        return m_Row + m_FixedOff[field] + 2 * m_UnitsBefore[m_StringRank[field]];
+    }
 
     std::u16string m_FileName;
     TTableInfo m_Table;
@@ -88,7 +129,14 @@ private:
     uint64_t m_RowsRead = 0;
     uint32_t m_FieldCount = 0;
     std::array<uint16_t, kMaxFields> m_Types{};
-    std::array<uint32_t, kMaxFields> m_FieldOff{};
+    // A field's offset in a row is its offset with every string taken as
+    // empty (m_FixedOff), plus twice the units of the strings before it.
+    std::array<uint32_t, kMaxFields> m_FixedOff{};
+    std::array<uint32_t, kMaxFields> m_StringRank{};   // strings before the field
+    std::array<uint32_t, kMaxFields> m_StringField{};  // the k-th string's field
+    uint32_t m_StringCount = 0;
+    uint32_t m_FixedSize = 0;                           // a row whose strings are empty
+    std::array<uint64_t, kMaxFields + 1> m_UnitsBefore{};  // of the current row
     std::array<std::u16string, kMaxFields> m_Scratch;  // strings at odd offsets
 
     platform::CHandle m_File;

@@ -1,36 +1,36 @@
 #include "catalogue/glob.h"
 
-#include "base/case.h"
-
 namespace catalogue {
 
-CGlob::CGlob(std::u16string_view pattern) : m_Folded(util::ToUpper(pattern)) {
-    m_MatchAll = m_Folded.find_first_not_of(u'*') == std::u16string::npos && !m_Folded.empty();
-}
-
-// The classic greedy match with one back-tracking point: the last "*" seen
-// and where the name stood when it was met.
-bool CGlob::Match(std::u16string_view name) const {
-    if (m_MatchAll) return true;
-    const std::u16string_view p = m_Folded;
-    size_t pi = 0, ni = 0;
-    size_t starP = std::u16string_view::npos, starN = 0;
-    while (ni < name.size()) {
-        if (pi < p.size() && p[pi] == u'*') {
-            starP = pi++;
-            starN = ni;
-        } else if (pi < p.size() && (p[pi] == u'?' || p[pi] == util::ToUpperChar(name[ni]))) {
-            ++pi;
-            ++ni;
-        } else if (starP != std::u16string_view::npos) {
-            pi = starP + 1;
-            ni = ++starN;
+CGlob::CGlob(std::u16string_view pattern) {
+    std::u16string piece;
+    for (char16_t c : pattern) {
+        if (c == u'*') {
+            m_Pieces.push_back(piece);
+            piece.clear();
+            m_Star = true;
         } else {
-            return false;
+            piece.push_back(util::ToUpperChar(c));
         }
     }
-    while (pi < p.size() && p[pi] == u'*') ++pi;
-    return pi == p.size();
+    m_Pieces.push_back(piece);
+    for (const auto& p : m_Pieces) m_MinLength += p.size();
+}
+
+// The first piece at the start, then each middle piece at its leftmost
+// place after the one before, all before the last piece.
+bool CGlob::_MatchFrontAndMiddle(std::u16string_view name) const {
+    const std::u16string& first = m_Pieces.front();
+    if (!PieceAt(first, name, 0)) return false;
+    size_t at = first.size();
+    const size_t end = name.size() - m_Pieces.back().size();
+    for (size_t i = 1; i + 1 < m_Pieces.size(); ++i) {
+        const std::u16string& piece = m_Pieces[i];
+        while (at + piece.size() <= end && !PieceAt(piece, name, at)) ++at;
+        if (at + piece.size() > end) return false;
+        at += piece.size();
+    }
+    return true;
 }
 
 }  // namespace catalogue

@@ -103,9 +103,8 @@ std::optional<uint64_t> CVolumeIndex::FindDir(std::u16string_view path) const {
     return current;
 }
 
-void CVolumeIndex::CheckParent(const idxdata::CTableStream& rows, uint64_t parent) const {
-    if (parent >= m_Parents.size())
-        rows.ThrowDamagedRow(FormatMessageArgs(u"row 0x%1 names the parent directory 0x%2 of 0x%3",
+void CVolumeIndex::_ThrowBadParent(const idxdata::CTableStream& rows, uint64_t parent) const {
+    rows.ThrowDamagedRow(FormatMessageArgs(u"row 0x%1 names the parent directory 0x%2 of 0x%3",
                                                {util::Hex16(rows.GetRowId()), util::Hex16(parent),
                                                 util::Hex16(m_Parents.size())}));
 }

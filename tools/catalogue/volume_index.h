@@ -54,7 +54,9 @@ public:
     std::optional<uint64_t> FindDir(std::u16string_view path) const;
     // Throws the damaged-file CExc at the current row of `rows` when
     // `parent` names no directory row.
-    void CheckParent(const idxdata::CTableStream& rows, uint64_t parent) const;
+    void CheckParent(const idxdata::CTableStream& rows, uint64_t parent) const {
+        if (parent >= m_Parents.size()) _ThrowBadParent(rows, parent);
+    }
     // The ids of a directory's subdirectories, in table order.
     std::vector<uint64_t> Children(uint64_t id) const;
 
@@ -68,6 +70,7 @@ public:
     bool RootHasName() const { return !m_Parents.empty() && m_NameAt[1] != 0; }
 
 private:
+    [[noreturn]] void _ThrowBadParent(const idxdata::CTableStream& rows, uint64_t parent) const;
     void _LoadDirs();
     void _LoadOwners();
 
