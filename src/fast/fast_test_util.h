@@ -1,0 +1,147 @@
+#pragma once
+// Tests only: runs the fast pipeline over a volume image into an index file
+// and reads the result back as path sets; the Sleuth Kit's listing in the
+// same form.
+
+#include <filesystem>
+#include <map>
+#include <set>
+#include <sstream>
+#include <string>
+#include <tuple>
+#include <vector>
+
+#include "base/utf.h"
+#include "fast/volume_ntfs_indexer.h"
+#include "ntfs/ntfs_test_util.h"
+#include "store/index_base_reader.h"
+#include "testing/temp_dir.h"
+
+namespace ngitest::fast {
+
+namespace fs = std::filesystem;
+
+constexpr uint64_t kEpochDelta = 116444736000000000ull;  // 1601 to 1970 in 100 ns ticks
+
+// (path, size, last-write time in whole seconds since 1970)
+using TFileRow = std::tuple<std::string, uint64_t, int64_t>;
+
+struct TIndexContent {
+    std::set<std::string> Dirs;  // "" for the root, "a/b" below it
+    std::set<TFileRow> Files;
+    std::vector<std::pair<uint64_t, uint64_t>> DirRows;  // (id, parent id) in row order
+    std::vector<std::string> DirNames;                   // by id
+    std::vector<std::tuple<std::string, std::string, std::string>> Owners;
+    std::map<std::string, uint32_t> FileOwners;          // path to owner id
+    std::vector<std::tuple<std::string, std::string, std::string>> Reparses;  // (parent path, name, target)
+};
+
+inline std::string U8(std::u16string_view s) { return util::Utf16ToUtf8(s); }
+
+inline std::string SlashPath(std::u16string path) {
+    for (auto& c : path)
+        if (c == u'\\') c = u'/';
+    return U8(path);
+}
+
+inline TIndexContent ReadIndex(const fs::path& file) {
+    TIndexContent c;
+    indexer::CIndexBaseReader reader;
+    reader.Open(util::Utf8ToUtf16(file.string()));
+    reader.PrepareIdIndexes();
+    for (uint64_t id = 0; id < reader.GetDirCount(); ++id) {
+        rec::CDirRecord row;
+        reader.GetDir(id, row);
+        c.DirRows.emplace_back(id, row.m_ParentId);
+        c.DirNames.push_back(U8(row.m_Name));
+        c.Dirs.insert(SlashPath(reader.GetDirPath(id)));
+    }
+    for (uint64_t id = 0; id < reader.GetOwnerCount(); ++id) {
+        rec::COwnerRecord row;
+        reader.GetOwner(id, row);
+        c.Owners.emplace_back(U8(row.m_Sid), U8(row.m_Second), U8(row.m_Third));
+    }
+    reader.ForEachFile([&](uint64_t, uint64_t, const rec::CFileRecord& row) {
+        std::string dir = SlashPath(reader.GetDirPath(row.m_ParentId));
+        const std::string path = (dir.empty() ? "" : dir + "/") + U8(row.m_Name);
+        const int64_t seconds =
+            static_cast<int64_t>(row.m_ModificationTime / 10000000) - static_cast<int64_t>(kEpochDelta / 10000000);
+        c.Files.insert({path, row.m_Size, seconds});
+        c.FileOwners[path] = row.m_Owner;
+    });
+    reader.ForEachReparse([&](uint64_t, const rec::CReparseRecord& row) {
+        c.Reparses.emplace_back(SlashPath(reader.GetDirPath(row.m_ParentId)), U8(row.m_Name), U8(row.m_Substitute));
+    });
+    return c;
+}
+
+// Indexes `image` as volume "C:" with the filter tree `root` into a fresh
+// index file in `dir`; returns its path. Throws what the pipeline throws.
+inline fs::path RunPipeline(const fs::path& image, indexer::CIncExcNode& root, const ngitest::CTempDir& dir,
+                            indexer::fast_ntfs_indexer::TProcessorServices services = {}) {
+    platform::CHandle handle = platform::FileOpen(util::Utf8ToUtf16(image.string()), platform::kGenericRead,
+                                                  platform::kShareRead, platform::kOpenExisting, 0);
+    if (!handle.IsValid()) throw CExc(u"cannot open the image");
+    indexer::CIndexBase base;
+    base.Open(dir.Path(), false, u"volume.C.ifd");
+    base.AddOwner(u"S-1-0-0", u"", u"", nullptr);
+    indexer::CIndexingVolumeInfo description;
+    description.m_Name = u"C:";
+    indexer::fast_ntfs_indexer::CVolumeNTFSIndexer indexer(services);
+    indexer.IndexVolume(handle.Get(), description, u"", root, base);
+    base.Close();
+    return dir.Native() / "volume.C.ifd";
+}
+
+// The Sleuth Kit's view: `fls -r -u -p -m /`, without metafiles (records
+// below 16 in the root, anything in $Extend), alternate streams, $FILE_NAME
+// lines and orphans. Directories as paths, files with size and time.
+struct TFlsContent {
+    std::set<std::string> Dirs{""};
+    std::set<TFileRow> Files;
+    bool Read = false;
+};
+
+inline TFlsContent RunFls(const fs::path& image) {
+    TFlsContent c;
+    std::istringstream in(ngitest::ntfs::RunCommand("fls -r -u -p -m / " + ngitest::ntfs::Quote(image) +
+                                                    " 2>/dev/null"));
+    std::string line;
+    while (std::getline(in, line)) {
+        std::vector<std::string> f;
+        std::stringstream ss(line);
+        std::string part;
+        while (std::getline(ss, part, '|')) f.push_back(part);
+        if (f.size() < 11) continue;
+        c.Read = true;
+        std::string path = f[1];
+        if (path.find(" ($FILE_NAME)") != std::string::npos) continue;
+        const size_t slash = path.rfind('/');
+        if (path.find(':', slash == std::string::npos ? 0 : slash) != std::string::npos) continue;
+        if (path.rfind("/$OrphanFiles", 0) == 0 || path.rfind("/$Extend", 0) == 0) continue;
+        const uint64_t inode = std::stoull(f[2]);
+        if (inode < 16 && path.find('/', 1) == std::string::npos) continue;
+        path.erase(0, 1);
+        if (f[3].rfind("d/", 0) == 0)
+            c.Dirs.insert(path);
+        else
+            c.Files.insert({path, std::stoull(f[6]), std::stoll(f[8])});
+    }
+    return c;
+}
+
+// The elements of a that b lacks, one per line, at most 20.
+template <class T, class Show>
+std::string Missing(const std::set<T>& a, const std::set<T>& b, Show show) {
+    std::string out;
+    int n = 0;
+    for (const T& x : a)
+        if (!b.count(x) && n++ < 20) out += "  " + show(x) + "\n";
+    return out;
+}
+
+inline std::string ShowRow(const TFileRow& r) {
+    return std::get<0>(r) + " size " + std::to_string(std::get<1>(r)) + " time " + std::to_string(std::get<2>(r));
+}
+
+}  // namespace ngitest::fast

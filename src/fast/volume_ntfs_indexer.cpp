@@ -1,0 +1,102 @@
+#include "fast/volume_ntfs_indexer.h"
+
+#include "base/format.h"
+#include "diag/log.h"
+#include "platform/console.h"
+
+namespace indexer::fast_ntfs_indexer {
+
+namespace {
+
+constexpr char16_t kIndexVolume[] = u"indexer::fast_ntfs_indexer::CVolumeNTFSIndexer::IndexVolume";
+
+void Console(std::u16string_view text) { platform::WriteStdOut(text); }
+
+}  // namespace
+
+void CVolumeNTFSIndexer::IndexVolume(platform::NativeHandle handle, const CIndexingVolumeInfo& description,
+                                     const std::u16string& /*originalVolumeName*/, CIncExcNode& filterRoot,
+                                     CIndexBase& base) {
+    CLog& log = GetLog();
+    CLogBlock outer(log, u"Execute NTFS parsing algorithm");
+    m_InvalidRecords = 0;
+    CNtfsVolume volume;
+    volume.InitMftInfo(handle);
+    const uint64_t count = volume.GetFileRecordCount();
+    auto index = std::make_shared<CNtfsIndex>(&volume);
+    auto attributes = std::make_shared<CNtfsAttributes>(&volume);
+    auto processor = std::make_shared<CFastNtfsProcessor>(&volume, attributes, index, &base, &filterRoot,
+                                                          description.m_Name, m_Services);
+    {
+        CLogBlock block(log, u"Owners parse");
+        processor->ParseSecureMetafile();
+        processor->StoreOwners();
+        block.Complete();
+    }
+    {
+        CLogBlock block(log, u"Include/exclude folders process");
+        processor->ProcessIncludeExcludeFolders();
+        block.Complete();
+    }
+    {
+        CLogBlock block(log, u"ReparsePoints preprocessing");
+        processor->BuildReparsePointList();
+        block.Complete();
+    }
+    {
+        CLogBlock block(log, u"Main circle");
+        Console(u"\nComplete status: ");
+        log.Info(u"Complete status: ");
+        int64_t lastPercent = -1;
+        uint64_t current = kFirstUserFrn;
+        CBuf<uint8_t> buffer(volume.GetVolumeGeometry().FileRecordSize);
+        if (count <= kFirstUserFrn)
+            throw CExc(u"%1 fail! Files too little. FileRecordCount=0x%2.", kIndexVolume, util::Hex16(count));
+        log.Info(u"$MFT file records count: %1.", util::ToStrU64(count));
+        while (current < count) {
+            try {
+                // current < count, so current * 100 can't pass 64 bits for
+                // any table that fits a volume.
+                const int64_t percent = static_cast<int64_t>(current * 100 / count);
+                if (percent != lastPercent) {
+                    lastPercent = percent;
+                    Console(util::ToStrU64(static_cast<uint64_t>(percent)) + u"%");
+                    log.Info(u"%1%", util::ToStrU64(static_cast<uint64_t>(percent)));
+                }
+                const uint64_t found = volume.GetFileRecord(current, buffer.Get(), 0);
+                if (found == ~uint64_t{0}) {
+                    log.Warning(u"Can`t parse file record #%1.", util::ToStrU64(current));
+                    ++current;
+                    ++m_InvalidRecords;
+                    continue;
+                }
+                if (found >= count) {
+                    log.Info(u"Found end of $MFT!");
+                    break;
+                }
+                processor->ProcessFileRecord(found, buffer.Get());
+                current = found + 1;
+            } catch (CExc& e) {
+                e.AddContext(u"parsing failed. File record #%1.", util::ToStrU64(current));
+                throw;
+            }
+        }
+        Console(u"100%");
+        log.Info(u"100%");
+        if (m_InvalidRecords != 0) {
+            log.Warning(u"Complete with fails, %1 invalid file records found!", util::ToStrU64(m_InvalidRecords));
+        } else {
+            Console(u"\nComplete\n");
+            block.Complete();
+        }
+    }
+    {
+        CLogBlock block(log, u"ReparsePoints postprocessing.");
+        processor->ProcessReparsePoints();
+        block.Complete();
+    }
+    processor->LogUnknownReparseTags();
+    outer.Complete();
+}
+
+}  // namespace indexer::fast_ntfs_indexer
