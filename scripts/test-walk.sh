@@ -28,29 +28,35 @@ instance() {  # folder tree
     "$2" > "$1/registry.reg"
 }
 
-run() {  # folder out [background]
+run() {  # folder out
   NGI_REGISTRY_FILE="$1/registry.reg" NGI_LOCK_DIR="$1" "$1/NorvaGuestIndexer" -opt yes -log "$1/logs" "$2"
 }
 
 # Directory and file counts of an index ("<dirs> <files>").
 counts() {
-  "$dump" "$1" | head -1 | sed -E 's/.*: ([0-9]+) directories, ([0-9]+) files.*/\1 \2/'
+  "$dump" "$1" | sed -nE '1s/.*: ([0-9]+) directories, ([0-9]+) files.*/\1 \2/p'
 }
 
 echo "--- killed runs"
 tree=$work/tree
-for ((t = 0; t < 20; t++)); do
+for ((t = 0; t < 10; t++)); do
   mkdir -p "$tree/d$t/"s{0..49}
   (cd "$tree/d$t" && for s in s*; do (cd "$s" && touch f{00..99}); done)
 done
 instance "$work/kill" "$tree"
+start=$(date +%s%N)
 run "$work/kill" "$work/full" >/dev/null
+took=$(( ($(date +%s%N) - start) / 1000000 ))
 whole=$(counts "$work/full/volume.c_.ifd")
-echo "whole index: $whole (directories, files)"
-[ "$whole" = "1021 100000" ] || { echo "FAIL: unexpected counts"; exit 1; }
-for delay in 0.01 0.03 0.06 0.1 0.15 0.2 0.3 0.4; do
-  out=$work/out-$delay
-  run "$work/kill" "$out" >/dev/null 2>&1 &
+echo "whole index: $whole (directories, files) in $took ms"
+[ "$whole" = "511 50000" ] || { echo "FAIL: unexpected counts"; exit 1; }
+# Kills spread over the run, from its start to just past its end.
+for percent in 2 10 25 40 55 70 85 100 120; do
+  delay=$(awk -v ms="$took" -v p="$percent" 'BEGIN { printf "%.3f", ms * p / 100000 }')
+  out=$work/out-$percent
+  # exec: the background job is the program itself, so the kill reaches it.
+  (NGI_REGISTRY_FILE="$work/kill/registry.reg" NGI_LOCK_DIR="$work/kill" \
+     exec "$work/kill/NorvaGuestIndexer" -opt yes -log "$work/kill/logs" "$out" >/dev/null 2>&1) &
   pid=$!
   sleep "$delay"
   kill -9 "$pid" 2>/dev/null || true
@@ -58,7 +64,7 @@ for delay in 0.01 0.03 0.06 0.1 0.15 0.2 0.3 0.4; do
   if [ -e "$out/volume.c_.ifd" ]; then
     got=$(counts "$out/volume.c_.ifd") || { echo "FAIL: killed after $delay s, the final file is damaged"; exit 1; }
     [ "$got" = "$whole" ] || { echo "FAIL: killed after $delay s, the final file is partial ($got)"; exit 1; }
-    echo "killed after $delay s: finished before the kill"
+    echo "killed after $delay s: the run had finished"
   else
     left=$(ls "$out" 2>/dev/null | grep -c '^Index.*\.tmp$' || true)
     echo "killed after $delay s: no final file, $left temporary files left"
