@@ -15,22 +15,6 @@ constexpr std::u16string_view kFnNode = u"indexer::fast_ntfs_indexer::CNtfsIndex
 constexpr std::u16string_view kFnUpdate = u"indexer::fast_ntfs_indexer::CNtfsIndex::_IndexAllocationUpdateSequence";
 constexpr uint64_t kMaxVcn = uint64_t{1} << 40;
 
-uint8_t FindFileNameCallback(const TIndexEntryView& entry, uint64_t context1, uint64_t context2) {
-    const std::u16string_view& name = *reinterpret_cast<const std::u16string_view*>(context1);
-    uint64_t& out = *reinterpret_cast<uint64_t*>(context2);
-    const uint8_t* key = entry.Key();
-    if (entry.KeyLength() < kFnName) ThrowCorrupt(entry.Frn, u"$I30 key of %1 bytes is too short", HexOff(entry.KeyLength()));
-    const size_t length = key[kFnNameLength];
-    if ((entry.KeyLength() - kFnName) / 2 < length)
-        ThrowCorrupt(entry.Frn, u"$I30 key name of %1 characters passes its key", util::ToStrU64(length));
-    if (length != name.size()) return 1;
-    std::u16string onDisk(length, u'\0');
-    for (size_t i = 0; i < length; ++i) onDisk[i] = static_cast<char16_t>(Le16(key + kFnName + 2 * i));
-    if (!IsEqualNames(name, onDisk.data(), onDisk.size())) return 1;
-    out = entry.FileReference() & kFrnMask;
-    return 0;
-}
-
 }  // namespace
 
 const uint8_t* TIndexEntryView::Key() const {
@@ -141,9 +125,25 @@ void CNtfsIndex::_IndexAllocationUpdateSequence(uint8_t* block, size_t size, uin
     }
 }
 
+uint8_t CNtfsIndex::_FindFileNameCallback(const TIndexEntryView& entry, uint64_t context1, uint64_t context2) {
+    const std::u16string_view& name = *reinterpret_cast<const std::u16string_view*>(context1);
+    uint64_t& out = *reinterpret_cast<uint64_t*>(context2);
+    const uint8_t* key = entry.Key();
+    if (entry.KeyLength() < kFnName) ThrowCorrupt(entry.Frn, u"$I30 key of %1 bytes is too short", HexOff(entry.KeyLength()));
+    const size_t length = key[kFnNameLength];
+    if ((entry.KeyLength() - kFnName) / 2 < length)
+        ThrowCorrupt(entry.Frn, u"$I30 key name of %1 characters passes its key", util::ToStrU64(length));
+    if (length != name.size()) return 1;
+    char16_t onDisk[256];  // a name length is one byte
+    for (size_t i = 0; i < length; ++i) onDisk[i] = static_cast<char16_t>(Le16(key + kFnName + 2 * i));
+    if (!IsEqualNames(name, onDisk, length)) return 1;
+    out = entry.FileReference() & kFrnMask;
+    return 0;
+}
+
 uint64_t CNtfsIndex::FindFileInDirectory(const uint8_t* record, uint64_t frn, std::u16string_view name) {
     uint64_t out = 0;
-    ParseIndexFileRecord_Process(record, frn, u"$I30", FindFileNameCallback,
+    ParseIndexFileRecord_Process(record, frn, u"$I30", _FindFileNameCallback,
                                  reinterpret_cast<uint64_t>(&name), reinterpret_cast<uint64_t>(&out));
     return out;
 }

@@ -95,6 +95,10 @@ private:
         std::unordered_set<uint64_t> Visited;
     };
 
+    // Compares the $I30 entry's name with the name at context1 (a
+    // std::u16string_view*); on a match stores the record number at context2
+    // (a uint64_t*) and returns 0.
+    static uint8_t _FindFileNameCallback(const TIndexEntryView& entry, uint64_t context1, uint64_t context2);
     void _ReadIndexAttributes(const uint8_t* record, uint64_t frn, std::u16string_view indexName,
                               TIndexAttributes& attributes);
     void _ParseIndexNode(TWalk& walk, uint64_t vcn, uint32_t depth);
