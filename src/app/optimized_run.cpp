@@ -5,6 +5,7 @@
 #include "base/exc.h"
 #include "base/format.h"
 #include "diag/log.h"
+#include "fast/volume_ntfs_indexer.h"
 #include "inputs/filter_reader.h"
 #include "inputs/inc_exc_node.h"
 #include "inputs/snapshot_mapping.h"
@@ -70,7 +71,7 @@ void IndexOneVolume(const CIndexRun& run, const CIndexingVolumeInfo& volume,
     CLogIndent indent;
     std::u16string finalName;
     try {
-        const CIncExcNode tree(volume.m_Include, volume.m_Exclude);
+        CIncExcNode tree(volume.m_Include, volume.m_Exclude);
         GetLog().Detail(u"IncExcTree:");
         DumpTree(tree, 0);
 
@@ -101,13 +102,12 @@ void IndexOneVolume(const CIndexRun& run, const CIndexingVolumeInfo& volume,
         } else if (GetVolumeFileSystemType(handle.Get()) != kFsTypeNtfs) {
             forceFindFirst = true;
         } else {
-            // The raw NTFS reader is not part of this build: the shadow's
-            // tree is walked instead, and a failure of that walk is final.
-            GetLog().Detail(u"The fast NTFS indexer is not available in this build: volume [%1] is "
-                            u"indexed by the FindFirst/FindNext algorithm over [%2], as with "
-                            u"-parse_fs no.",
-                            volume.m_Name, readName);
-            forceFindFirst = true;
+            // NTFS with a shadow: the fast pipeline; a failure is retried
+            // by the caller with the walk.
+            fast_ntfs_indexer::CVolumeNTFSIndexer ntfsIndexer;
+            ntfsIndexer.IndexVolume(handle.Get(), volume, readName, tree, base);
+            base.Close();
+            return;
         }
         CFfIndexer indexer;
         indexer.IndexVolumeFF(volume.m_Name, readName, &tree, &base);

@@ -9,9 +9,7 @@
 //     (a volume without a shadow is walked live);
 //   - a boot sector other than NTFS (ReFS, unknown, a folder-only volume
 //     that reads as zeros): the directory walk of the shadow;
-//   - NTFS with a shadow: the fast NTFS pipeline, which this build does not
-//     have yet: the walk of the shadow runs instead, as with `-parse_fs no`,
-//     and the log says so.
+//   - NTFS with a shadow: the fast NTFS pipeline (CVolumeNTFSIndexer).
 // A failed attempt is retried once with the directory walk; an attempt that
 // was a walk already counts as the volume's failure. Failed volumes do not
 // stop the others; at the end any failure throws "Indexing failed for %1
