@@ -52,20 +52,30 @@ uint8_t* CFastNtfsProcessor::_RecordBuffer(CBuf<uint8_t>& buffer) {
     return buffer.Get();
 }
 
-void CFastNtfsProcessor::ProcessFileRecord(uint64_t frn, const uint8_t* record) {
-    if (std::find(m_RecordsInProcess.begin(), m_RecordsInProcess.end(), frn) != m_RecordsInProcess.end())
+// A record already on the stack of records in process is its own ancestor.
+void CFastNtfsProcessor::_EnterRecord(uint64_t frn) {
+    if (!m_InProcess.insert(frn).second)
         throw CExc(u"%1 fail. %2 file already in process in current call stack", kProcessFileRecord,
                    util::ToStrU64(frn), kHrInvalidArg);
     m_RecordsInProcess.push_back(frn);
+}
+
+void CFastNtfsProcessor::_LeaveRecord() {
+    m_InProcess.erase(m_RecordsInProcess.back());
+    m_RecordsInProcess.pop_back();
+}
+
+void CFastNtfsProcessor::ProcessFileRecord(uint64_t frn, const uint8_t* record) {
+    _EnterRecord(frn);
     try {
         CRecursionGuard guard(m_Counter);
         __ProcessFileRecord(frn, record);
     } catch (CExc& e) {
-        m_RecordsInProcess.pop_back();
+        _LeaveRecord();
         AddRecordContext(e, frn);
         throw;
     }
-    m_RecordsInProcess.pop_back();
+    _LeaveRecord();
 }
 
 // The parent and every missing ancestor above it, without recursing along
@@ -87,11 +97,7 @@ void CFastNtfsProcessor::_ProcessParentRecord(uint64_t frn) {
         // Upwards: the chain is m_RecordsInProcess[outer...], nearest first.
         for (uint64_t current = frn;;) {
             m_Volume->GetFileRecord(current, record, 1);
-            if (std::find(m_RecordsInProcess.begin(), m_RecordsInProcess.end(), current) !=
-                m_RecordsInProcess.end())
-                throw CExc(u"%1 fail. %2 file already in process in current call stack", kProcessFileRecord,
-                           util::ToStrU64(current), kHrInvalidArg);
-            m_RecordsInProcess.push_back(current);
+            _EnterRecord(current);
             levels.push_back(std::make_unique<CRecursionGuard>(m_Counter));
             uint64_t parent = 0;
             if (current < kFirstUserFrn || !_PeekParent(current, record, parent) || m_Dirs.Get(parent)) break;
@@ -100,7 +106,7 @@ void CFastNtfsProcessor::_ProcessParentRecord(uint64_t frn) {
         // Downwards: each record leaves the chain and is processed in full.
         while (m_RecordsInProcess.size() > outer) {
             const uint64_t current = m_RecordsInProcess.back();
-            m_RecordsInProcess.pop_back();
+            _LeaveRecord();
             levels.pop_back();
             m_Volume->GetFileRecord(current, record, 1);
             ProcessFileRecord(current, record);
@@ -109,7 +115,7 @@ void CFastNtfsProcessor::_ProcessParentRecord(uint64_t frn) {
         // The records still waiting were "in process" around the failure.
         while (m_RecordsInProcess.size() > outer) {
             AddRecordContext(e, m_RecordsInProcess.back());
-            m_RecordsInProcess.pop_back();
+            _LeaveRecord();
         }
         levels.clear();
         --m_PullDepth;

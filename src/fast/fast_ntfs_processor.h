@@ -43,6 +43,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <unordered_set>
 #include <vector>
 
 #include "fast/dir_info_table.h"
@@ -139,7 +140,8 @@ public:
 private:
     // Record processing (fast_ntfs_processor.cpp).
     void __ProcessFileRecord(uint64_t frn, const uint8_t* record);
-    void _ProcessFileRecordEntered(uint64_t frn, const uint8_t* record);
+    void _EnterRecord(uint64_t frn);
+    void _LeaveRecord();
     void _ProcessParentRecord(uint64_t frn);
     // The parent of the record's first kept name, or false when the record
     // would give no row (no $STANDARD_INFORMATION or no name).
@@ -190,6 +192,7 @@ private:
     bool m_SkipOwnersParsing = false;
     std::map<uint32_t, uint64_t> m_UnknownTags;
     std::vector<uint64_t> m_RecordsInProcess;
+    std::unordered_set<uint64_t> m_InProcess;  // the same records, for the lookup
     std::shared_ptr<CRecursionCounter> m_Counter;
     uint32_t m_PullDepth = 0;
     TProcessorServices m_Services;

@@ -33,6 +33,7 @@ struct TIndexContent {
     std::vector<std::string> DirNames;                   // by id
     std::vector<std::tuple<std::string, std::string, std::string>> Owners;
     std::map<std::string, uint32_t> FileOwners;          // path to owner id
+    std::vector<uint64_t> FileParents;                   // parent id of each file row
     std::vector<std::tuple<std::string, std::string, std::string>> Reparses;  // (parent path, name, target)
 };
 
@@ -44,17 +45,28 @@ inline std::string SlashPath(std::u16string path) {
     return U8(path);
 }
 
-inline TIndexContent ReadIndex(const fs::path& file) {
+// With `withPaths` false, rows carry their own names only (for trees too
+// deep to spell out every path).
+inline TIndexContent ReadIndex(const fs::path& file, bool withPaths = true) {
     TIndexContent c;
     indexer::CIndexBaseReader reader;
     reader.Open(util::Utf8ToUtf16(file.string()));
     reader.PrepareIdIndexes();
+    std::vector<std::string> paths;
     for (uint64_t id = 0; id < reader.GetDirCount(); ++id) {
         rec::CDirRecord row;
         reader.GetDir(id, row);
         c.DirRows.emplace_back(id, row.m_ParentId);
         c.DirNames.push_back(U8(row.m_Name));
-        c.Dirs.insert(SlashPath(reader.GetDirPath(id)));
+        // Parents come first: a path is its parent's and the name (linear
+        // also for a chain of thousands of levels).
+        if (id == 0 || !withPaths)
+            paths.push_back(id == 0 ? "" : U8(row.m_Name));
+        else if (row.m_ParentId < id)
+            paths.push_back((paths[row.m_ParentId].empty() ? "" : paths[row.m_ParentId] + "/") + U8(row.m_Name));
+        else
+            paths.push_back(SlashPath(reader.GetDirPath(id)));
+        c.Dirs.insert(paths.back());
     }
     for (uint64_t id = 0; id < reader.GetOwnerCount(); ++id) {
         rec::COwnerRecord row;
@@ -62,12 +74,13 @@ inline TIndexContent ReadIndex(const fs::path& file) {
         c.Owners.emplace_back(U8(row.m_Sid), U8(row.m_Second), U8(row.m_Third));
     }
     reader.ForEachFile([&](uint64_t, uint64_t, const rec::CFileRecord& row) {
-        std::string dir = SlashPath(reader.GetDirPath(row.m_ParentId));
+        const std::string& dir = paths[row.m_ParentId];
         const std::string path = (dir.empty() ? "" : dir + "/") + U8(row.m_Name);
         const int64_t seconds =
             static_cast<int64_t>(row.m_ModificationTime / 10000000) - static_cast<int64_t>(kEpochDelta / 10000000);
         c.Files.insert({path, row.m_Size, seconds});
         c.FileOwners[path] = row.m_Owner;
+        c.FileParents.push_back(row.m_ParentId);
     });
     reader.ForEachReparse([&](uint64_t, const rec::CReparseRecord& row) {
         c.Reparses.emplace_back(SlashPath(reader.GetDirPath(row.m_ParentId)), U8(row.m_Name), U8(row.m_Substitute));

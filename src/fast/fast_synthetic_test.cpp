@@ -1,0 +1,223 @@
+// The fast pipeline on volumes built byte by byte: the edge cases of record
+// processing that real images rarely show (record order, parent chains,
+// cycles, damaged and odd records, the record count's lower bound).
+#include <gtest/gtest.h>
+
+#include "fast/fast_test_util.h"
+#include "fast/fast_volume_builder.h"
+#include "testing/log_capture.h"
+#include "testing/temp_registry.h"
+
+using namespace ngitest::fast;
+
+namespace {
+
+constexpr char kSettingsKey[] = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\NorvA\\Norva Archive and Mirror]\n";
+// No $Secure and no $Extend on these volumes.
+const std::string kPlain = std::string(kSettingsKey) +
+                           "\"IndexerSkipOwnersParsing\"=dword:00000001\n"
+                           "\"IndexerSkipReparsePoints\"=dword:00000001\n";
+
+class FastSynthetic : public ::testing::Test {
+protected:
+    // Indexes the volume with the filter (root included when empty); the
+    // failure text, or "" with the content read back.
+    std::string Index(const CSynthVolume& volume, const std::vector<std::u16string>& include = {},
+                      const std::vector<std::u16string>& exclude = {}, const std::string& settings = kPlain,
+                      bool withPaths = true) {
+        ngitest::CTempRegistry registry(settings);
+        const fs::path image = m_Dir.Native() / "volume.img";
+        ngitest::ntfs::WriteBytes(image, volume.Build());
+        ngitest::CTempDir out;
+        indexer::CIncExcNode root(include, exclude);
+        try {
+            m_Content = ReadIndex(RunPipeline(image, root, out), withPaths);
+        } catch (const CExc& e) {
+            return U8(e.GetDescription());
+        }
+        return "";
+    }
+
+    ngitest::CTempDir m_Dir;
+    TIndexContent m_Content;
+};
+
+// The record count comes from the $MFT runs: 4 clusters of 4 records, or 5.
+TEST_F(FastSynthetic, SixteenRecordsAreTooFewTwentyAreEnough) {
+    CSynthVolume small(16);
+    EXPECT_EQ(Index(small),
+              "indexer::fast_ntfs_indexer::CVolumeNTFSIndexer::IndexVolume fail! Files too little. "
+              "FileRecordCount=0x0000000000000010.");
+    CSynthVolume enough(20);
+    for (uint64_t frn = 16; frn < 20; ++frn) enough.File(frn, 5, u"f" + std::u16string(1, u'0' + (frn - 16)), frn);
+    ngitest::CLogCapture log;
+    ASSERT_EQ(Index(enough), "");
+    EXPECT_EQ(m_Content.Dirs, (std::set<std::string>{""}));
+    EXPECT_EQ(m_Content.Files, (std::set<TFileRow>{{"f0", 16, 13200000000 - 11644473600},
+                                                   {"f1", 17, 13200000000 - 11644473600},
+                                                   {"f2", 18, 13200000000 - 11644473600},
+                                                   {"f3", 19, 13200000000 - 11644473600}}));
+    // The last record is in use: the loop ends by its own condition.
+    EXPECT_FALSE(log.Contains(u"Found end of $MFT!"));
+    EXPECT_TRUE(log.Contains(u"$MFT file records count: 20."));
+    EXPECT_TRUE(log.Contains(u"100%"));
+}
+
+TEST_F(FastSynthetic, NoNamedRecordLeavesNoDirectoryRowAtAll) {
+    CSynthVolume volume(40);
+    volume.File(16, 5, u"ext").StandardInformation = false;  // an extension record: dropped
+    ngitest::CLogCapture log;
+    ASSERT_EQ(Index(volume), "");
+    EXPECT_TRUE(m_Content.DirRows.empty());
+    EXPECT_TRUE(log.Contains(u"Found end of $MFT!"));
+    EXPECT_TRUE(log.Contains(u"Main circle. Ok."));
+}
+
+// A chain of folders whose deepest has the lowest record number: each record
+// met first pulls all its ancestors, which must be written root-most first.
+// Deep enough that a recursion along the chain would run out of stack.
+TEST_F(FastSynthetic, DeepChainIsWrittenRootMostFirstWithoutRecursion) {
+    constexpr uint64_t kDepth = 30000;
+    CSynthVolume volume(16 + kDepth + 1);
+    for (uint64_t level = 1; level <= kDepth; ++level) {
+        const uint64_t frn = 16 + kDepth - level;  // level kDepth is record 16
+        volume.Dir(frn, level == 1 ? 5 : frn + 1, u"d");
+    }
+    volume.File(16 + kDepth, 16, u"bottom.txt");
+    ASSERT_EQ(Index(volume, {}, {}, kPlain, false), "");
+    ASSERT_EQ(m_Content.DirRows.size(), kDepth + 1);
+    for (uint64_t id = 1; id <= kDepth; ++id) ASSERT_EQ(m_Content.DirRows[id].second, id - 1) << id;
+    ASSERT_EQ(m_Content.FileParents, (std::vector<uint64_t>{kDepth}));
+}
+
+TEST_F(FastSynthetic, NestingLimitCountsTheWholeChain) {
+    // Record 16 is five levels down: 16 -> 17 -> 18 -> 19 -> 20 -> root, a
+    // chain of six records in process when the root is pulled in.
+    CSynthVolume volume(21);
+    for (uint64_t frn = 16; frn <= 20; ++frn) volume.Dir(frn, frn == 20 ? 5 : frn + 1, u"n");
+    auto limit = [](int n) {
+        return std::string(kSettingsKey) + "\"IndexerSkipOwnersParsing\"=dword:00000001\n" +
+               "\"IndexerSkipReparsePoints\"=dword:00000001\n\"IndexerMaxNestedFolders\"=dword:0000000" +
+               std::to_string(n) + "\n";
+    };
+    EXPECT_EQ(Index(volume, {}, {}, limit(5)), "");
+    const std::string failure = Index(volume, {}, {}, limit(4));
+    EXPECT_NE(failure.find("Path too long"), std::string::npos) << failure;
+    EXPECT_NE(failure.find("parsing failed. File record #16."), std::string::npos) << failure;
+}
+
+TEST_F(FastSynthetic, ParentCycleStopsTheVolume) {
+    CSynthVolume volume(20);
+    volume.Dir(16, 18, u"a");
+    volume.Dir(17, 5, u"fine");
+    volume.Dir(18, 16, u"b");
+    EXPECT_EQ(Index(volume),
+              "parsing failed. File record #16.\r\n"
+              "Cannot process file record #16.\r\n"
+              "Cannot process file record #18.\r\n"
+              "indexer::fast_ntfs_indexer::CFastNtfsProcessor::ProcessFileRecord fail. 16 file already in "
+              "process in current call stack");
+}
+
+TEST_F(FastSynthetic, DirectoryWithTwoNamesStopsTheVolume) {
+    CSynthVolume volume(20);
+    volume.Dir(16, 5, u"one").Names.push_back({5, u"two"});
+    const std::string failure = Index(volume);
+    EXPECT_NE(failure.find("Can`t create hardlink for directory!"), std::string::npos) << failure;
+    // A Win32 name with its DOS short name is one name.
+    CSynthVolume dos(20);
+    dos.Dir(16, 5, u"LongFolderName").Names.push_back({5, u"LONGFO~1", 2});
+    EXPECT_EQ(Index(dos), "");
+    EXPECT_EQ(m_Content.Dirs, (std::set<std::string>{"", "LongFolderName"}));
+}
+
+TEST_F(FastSynthetic, NamesOfAFileGiveOneRowEachInIncludedFolders) {
+    CSynthVolume volume(24);
+    volume.Dir(16, 5, u"in");
+    volume.Dir(17, 5, u"out");
+    TSynthRecord& file = volume.File(18, 16, u"linked.txt", 99);
+    file.Names.push_back({17, u"other.txt"});  // a hard link in the excluded folder
+    file.Names.push_back({16, u"posix-name", 0});
+    volume.Dir(11, 5, u"$Extend");
+    volume.File(19, 11, u"in-extend.dat");  // parent $Extend: a metafile
+    ngitest::CLogCapture log;
+    ASSERT_EQ(Index(volume, {}, {u"out"}), "");
+    EXPECT_EQ(m_Content.Dirs, (std::set<std::string>{"", "in"}));
+    std::set<std::string> paths;
+    for (const auto& row : m_Content.Files) paths.insert(std::get<0>(row));
+    EXPECT_EQ(paths, (std::set<std::string>{"in/linked.txt", "in/posix-name"}));
+    EXPECT_TRUE(log.Contains(u"NTFS metafile. FRN=0x000000000000000b"));
+}
+
+TEST_F(FastSynthetic, InvalidRecordsAreCountedAndTheVolumeStillIndexes) {
+    CSynthVolume volume(24);
+    volume.File(16, 5, u"a.txt");
+    volume.File(17, 5, u"torn.txt").BadSignature = true;
+    volume.File(18, 5, u"b.txt");
+    ngitest::CLogCapture log;
+    ASSERT_EQ(Index(volume), "");
+    EXPECT_EQ(m_Content.Files.size(), 2u);
+    EXPECT_TRUE(log.Contains(u"Can`t parse file record #17."));
+    EXPECT_TRUE(log.Contains(u"Complete with fails, 1 invalid file records found!"));
+    EXPECT_TRUE(log.Contains(u"Main circle. Failed."));
+    EXPECT_TRUE(log.Contains(u"Execute NTFS parsing algorithm. Ok."));
+}
+
+TEST_F(FastSynthetic, ParentThatIsNoDirectoryStopsTheVolume) {
+    CSynthVolume volume(20);
+    volume.File(16, 17, u"child");
+    volume.File(17, 5, u"plain-file");
+    const std::string failure = Index(volume);
+    EXPECT_NE(failure.find("Parent directory frn=17 is not indexed"), std::string::npos) << failure;
+    // A parent record that is not in use: the reader's failure.
+    CSynthVolume missing(20);
+    missing.File(16, 19, u"orphan");
+    EXPECT_NE(Index(missing).find("is not actual"), std::string::npos);
+}
+
+// Filters by record number: the decisions of the node flags.
+TEST_F(FastSynthetic, FilterDecisionsFollowTheTree) {
+    CSynthVolume volume(40);
+    volume.Dir(30, 5, u"a").Indexed = true;  // high numbers: pulled by their children
+    volume.Dir(31, 5, u"c");
+    volume.Dir(16, 30, u"b").Indexed = true;
+    volume.Dir(17, 30, u"sibling");
+    volume.Dir(18, 16, u"deeper");
+    volume.Dir(19, 16, u"skip");
+    volume.File(20, 30, u"in-a.txt");
+    volume.File(21, 16, u"in-b.txt");
+    volume.File(22, 18, u"in-deeper.txt");
+    volume.File(23, 17, u"in-sibling.txt");
+    volume.File(24, 19, u"in-skip.txt");
+    volume.File(25, 5, u"in-root.txt");
+
+    struct Case {
+        std::vector<std::u16string> Include, Exclude;
+        std::set<std::string> Dirs, Files;
+    } cases[] = {
+        // Everything.
+        {{}, {}, {"", "a", "c", "a/b", "a/sibling", "a/b/deeper", "a/b/skip"},
+         {"in-root.txt", "a/in-a.txt", "a/b/in-b.txt", "a/b/deeper/in-deeper.txt", "a/sibling/in-sibling.txt",
+          "a/b/skip/in-skip.txt"}},
+        // Only a\b: a is a node (a row, no files), its other children out.
+        {{u"a\\b"}, {}, {"", "a", "a/b", "a/b/deeper", "a/b/skip"},
+         {"a/b/in-b.txt", "a/b/deeper/in-deeper.txt", "a/b/skip/in-skip.txt"}},
+        // An exclude below the include.
+        {{u"a\\b"}, {u"a\\b\\skip"}, {"", "a", "a/b", "a/b/deeper"}, {"a/b/in-b.txt", "a/b/deeper/in-deeper.txt"}},
+        // A folder that doesn't exist leaves its sibling's decision intact.
+        {{u"nothere", u"c"}, {}, {"", "c"}, {}},
+        // Everything but a.
+        {{}, {u"a"}, {"", "c"}, {"in-root.txt"}},
+    };
+    for (const Case& c : cases) {
+        ASSERT_EQ(Index(volume, c.Include, c.Exclude), "");
+        EXPECT_EQ(m_Content.Dirs, c.Dirs);
+        std::set<std::string> files;
+        for (const auto& row : m_Content.Files) files.insert(std::get<0>(row));
+        EXPECT_EQ(files, c.Files);
+        for (size_t i = 1; i < m_Content.DirRows.size(); ++i)
+            EXPECT_LT(m_Content.DirRows[i].second, m_Content.DirRows[i].first);
+    }
+}
+
+}  // namespace

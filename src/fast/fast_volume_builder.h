@@ -1,0 +1,156 @@
+#pragma once
+// Tests only: NTFS volumes built byte by byte for the fast pipeline's edge
+// cases (records in any order, parent chains of any depth, damaged records).
+//
+// Layout: 4 KiB clusters, 1 KiB records; $MFT from cluster 16, its $BITMAP
+// right behind it. Records not placed are free; record 5 (the root) is
+// always there. Directories that the filter must search carry a resident
+// $I30 index root listing their children.
+
+#include <map>
+#include <string>
+#include <vector>
+
+#include "ntfs/ntfs_record_builder.h"
+
+namespace ngitest::fast {
+
+using ngitest::ntfs::TBytes;
+using namespace ngitest::ntfs;
+
+struct TSynthName {
+    uint64_t Parent;
+    std::u16string Name;
+    uint8_t NameSpace = 1;  // Win32
+};
+
+struct TSynthRecord {
+    bool Directory = false;
+    std::vector<TSynthName> Names;
+    uint64_t Size = 0;
+    uint64_t Time = 132000000000000000ull;
+    uint32_t SecurityId = 0x100;
+    bool StandardInformation = true;
+    bool BadSignature = false;
+    bool Indexed = false;       // a directory with a $I30 root of its children
+    std::vector<TBytes> Extra;  // further attributes
+};
+
+class CSynthVolume {
+public:
+    static constexpr size_t kCluster = 4096, kRecord = 1024, kMftCluster = 16;
+
+    explicit CSynthVolume(uint64_t recordCount) : m_Count(recordCount) {
+        TSynthRecord root;
+        root.Directory = true;
+        root.Names = {{5, u".", 3}};
+        root.Indexed = true;
+        m_Records[5] = root;
+    }
+    TSynthRecord& Record(uint64_t frn) { return m_Records[frn]; }
+    // Record with one name.
+    TSynthRecord& Dir(uint64_t frn, uint64_t parent, std::u16string name) {
+        TSynthRecord& r = m_Records[frn];
+        r.Directory = true;
+        r.Names = {{parent, std::move(name)}};
+        return r;
+    }
+    TSynthRecord& File(uint64_t frn, uint64_t parent, std::u16string name, uint64_t size = 10) {
+        TSynthRecord& r = m_Records[frn];
+        r.Names = {{parent, std::move(name)}};
+        r.Size = size;
+        return r;
+    }
+
+    TBytes Build() const {
+        const uint64_t mftBytes = m_Count * kRecord;
+        const uint64_t mftClusters = (mftBytes + kCluster - 1) / kCluster;
+        const uint64_t bitmapCluster = kMftCluster + mftClusters;
+        const uint64_t bitmapBytes = ((m_Count + 63) / 64) * 8;
+        const uint64_t bitmapClusters = (bitmapBytes + kCluster - 1) / kCluster;
+        const uint64_t clusters = bitmapCluster + bitmapClusters + 1;
+        TBytes image(clusters * kCluster, 0);
+        std::copy_n("NTFS    ", 8, image.begin() + 3);
+        Put16(image, 0x0B, 512);
+        image[0x0D] = 8;
+        Put64(image, 0x28, clusters * 8);
+        Put64(image, 0x30, kMftCluster);
+        image[0x40] = 0xF6;
+        image[0x44] = 1;
+        image[510] = 0x55;
+        image[511] = 0xAA;
+
+        const TBytes record0 = FileRecord(
+            {ResidentAttr(0x10, StandardInformation(0, 0x100)),
+             NonResidentAttr(0x80, Run(mftClusters, kMftCluster), 0, mftClusters * kCluster, mftBytes, mftBytes),
+             NonResidentAttr(0xB0, Run(bitmapClusters, bitmapCluster), 0, bitmapClusters * kCluster, bitmapBytes,
+                             bitmapBytes)},
+            kRecord, 1);
+        auto place = [&](uint64_t frn, const TBytes& record) {
+            std::copy(record.begin(), record.end(), image.begin() + static_cast<std::ptrdiff_t>(kMftCluster * kCluster + frn * kRecord));
+            image[bitmapCluster * kCluster + frn / 8] |= static_cast<uint8_t>(1u << (frn % 8));
+        };
+        place(0, record0);
+        for (const auto& [frn, r] : m_Records) {
+            if (frn >= m_Count) continue;
+            std::vector<TBytes> attributes;
+            if (r.StandardInformation) attributes.push_back(ResidentAttr(0x10, StandardInformation(r.Time, r.SecurityId)));
+            for (const TSynthName& n : r.Names)
+                attributes.push_back(ResidentAttr(0x30, FileNameValue(n.Parent, n.Name, n.NameSpace)));
+            if (!r.Directory)
+                attributes.push_back(NonResidentAttr(0x80, {}, 0, 0, r.Size, r.Size));
+            else if (r.Indexed)
+                attributes.push_back(IndexRoot(frn));
+            for (const TBytes& a : r.Extra) attributes.push_back(a);
+            TBytes record = FileRecord(attributes, kRecord, r.Directory ? 3 : 1);
+            if (r.BadSignature) record[0] = 'B';
+            place(frn, record);
+        }
+        return image;
+    }
+
+private:
+    static TBytes Run(uint64_t length, uint64_t offset) {
+        TBytes run = {0x44};
+        for (int i = 0; i < 4; ++i) run.push_back(static_cast<uint8_t>(length >> (8 * i)));
+        for (int i = 0; i < 4; ++i) run.push_back(static_cast<uint8_t>(offset >> (8 * i)));
+        return run;
+    }
+    static TBytes StandardInformation(uint64_t time, uint32_t securityId) {
+        TBytes v(0x48, 0);
+        Put64(v, 0, time);
+        Put64(v, 8, time);
+        Put32(v, 0x34, securityId);
+        return v;
+    }
+    // A resident $I30 root listing the children (first names only).
+    TBytes IndexRoot(uint64_t frn) const {
+        TBytes entries;
+        for (const auto& [child, r] : m_Records) {
+            if (child == frn || r.Names.empty() || child >= m_Count) continue;
+            for (const TSynthName& n : r.Names) {
+                if (n.Parent != frn) continue;
+                const TBytes e = IndexEntry(child, FileNameValue(n.Parent, n.Name, n.NameSpace), 0);
+                entries.insert(entries.end(), e.begin(), e.end());
+            }
+            if (entries.size() > 500) break;  // a root must fit its record
+        }
+        const TBytes last = IndexEntry(0, {}, 2);
+        entries.insert(entries.end(), last.begin(), last.end());
+        TBytes v(0x20, 0);
+        Put32(v, 0, 0x30);
+        Put32(v, 4, 1);
+        Put32(v, 8, kCluster);
+        v[12] = 1;
+        Put32(v, 0x10, 0x10);
+        Put32(v, 0x14, static_cast<uint32_t>(0x10 + entries.size()));
+        Put32(v, 0x18, static_cast<uint32_t>(0x10 + entries.size()));
+        v.insert(v.end(), entries.begin(), entries.end());
+        return ResidentAttr(0x90, v, u"$I30");
+    }
+
+    uint64_t m_Count;
+    std::map<uint64_t, TSynthRecord> m_Records;
+};
+
+}  // namespace ngitest::fast
