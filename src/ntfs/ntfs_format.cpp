@@ -59,7 +59,6 @@ TFixupResult ApplyFixups(uint8_t* buffer, size_t size, size_t usaOffset, uint32_
 }
 
 void CheckRecordHeader(const uint8_t* record, size_t size, uint64_t frn) {
-    (void)record;
     if (size < kRecHeaderSize) ThrowCorrupt(frn, u"the record buffer of %1 bytes is too small", HexOff(size));
     const size_t first = Le16(record + kRecFirstAttribute);
     if (first < kRecHeaderSize || first >= size)

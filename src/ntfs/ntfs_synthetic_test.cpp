@@ -71,8 +71,11 @@ TBytes BuildImage(const TImageOptions& o = {}) {
 
 class NtfsSynthetic : public ::testing::Test {
 protected:
+    // Each image goes to a file of its own: on Windows the previous one is
+    // still open until its volume goes.
     void Open(const TBytes& image) {
-        m_Path = m_Dir.Native() / "volume.img";
+        m_Volume.reset();
+        m_Path = m_Dir.Native() / ("volume" + std::to_string(m_Count++) + ".img");
         WriteBytes(m_Path, image);
         m_Volume = std::make_unique<CImageVolume>();
         m_Volume->Open(m_Path);
@@ -89,6 +92,7 @@ protected:
 
     ngitest::CTempDir m_Dir;
     std::filesystem::path m_Path;
+    int m_Count = 0;
     std::unique_ptr<CImageVolume> m_Volume;
 };
 
