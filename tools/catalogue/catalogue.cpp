@@ -125,6 +125,10 @@ int RunCatalogue(const std::vector<std::string>& words, CTextOut& out, CTextOut&
         out.Flush();
         err << "ngi-catalogue " << command->name << ": " << OneMessage(e) << "\n";
         return 1;
+    } catch (const std::exception& e) {  // out of memory and the like
+        out.Flush();
+        err << "ngi-catalogue " << command->name << ": " << e.what() << "\n";
+        return 1;
     }
 }
 

@@ -21,61 +21,83 @@ struct TRow {
 
 class CExporter {
 public:
-    CExporter(CVolumeIndex& index, CTextOut& out, bool json) : m_Index(index), m_Out(out), m_Json(json) {
+    CExporter(const CVolumeIndex& index, CTextOut& out, bool json) : m_Out(out), m_Json(json) {
         if (!m_Json) m_Out << "type,path,size,mtime,owner_sid,owner_account,target\n";
+        // Each owner's two fields, quoted once for all its files.
+        for (uint64_t id = 0; id < index.GetOwnerCount(); ++id) {
+            std::string sid, account;
+            AppendUtf8(sid, index.Owner(id)->sid);
+            AppendUtf8(account, index.Owner(id)->account);
+            std::string fields;
+            if (m_Json) {
+                fields = ",\"owner_sid\":";
+                AppendJson(fields, sid);
+                fields += ",\"owner_account\":";
+                AppendJson(fields, account);
+            } else {
+                AppendCsv(fields, sid);
+                fields += ',';
+                AppendCsv(fields, account);
+            }
+            m_OwnerFields.push_back(std::move(fields));
+        }
+        m_NoOwner = m_Json ? ",\"owner_sid\":\"\",\"owner_account\":\"\"" : ",";
     }
 
     void Write(const TRow& row) {
         m_Line.clear();
-        m_Path.clear();
-        AppendUtf8(m_Path, row.path);
-        std::string sid, account;
-        if (row.hasFileFields) {
-            if (const TOwner* owner = m_Index.Owner(row.owner)) {
-                AppendUtf8(sid, owner->sid);
-                AppendUtf8(account, owner->account);
-            }
-        }
-        std::string target;
-        AppendUtf8(target, row.target);
-        const std::string size = row.hasFileFields ? std::to_string(row.size) : std::string();
-        const std::string time = row.hasFileFields ? IsoTime(row.time, true) : std::string();
+        m_Text.clear();
+        AppendUtf8(m_Text, row.path);
+        const std::string& owner = row.owner < m_OwnerFields.size() ? m_OwnerFields[row.owner] : m_NoOwner;
         if (m_Json) {
             m_Line += "{\"type\":\"";
             m_Line += row.type;
             m_Line += "\",\"path\":";
-            AppendJson(m_Line, m_Path);
+            AppendJson(m_Line, m_Text);
             if (row.hasFileFields) {
-                m_Line += ",\"size\":" + size + ",\"mtime\":\"" + time + "\",\"owner_sid\":";
-                AppendJson(m_Line, sid);
-                m_Line += ",\"owner_account\":";
-                AppendJson(m_Line, account);
+                m_Line += ",\"size\":";
+                AppendNumber(m_Line, row.size);
+                m_Line += ",\"mtime\":\"";
+                AppendIsoTime(m_Line, row.time, true);
+                m_Line += '"';
+                m_Line += owner;
             }
             if (!row.target.empty()) {
+                m_Text.clear();
+                AppendUtf8(m_Text, row.target);
                 m_Line += ",\"target\":";
-                AppendJson(m_Line, target);
+                AppendJson(m_Line, m_Text);
             }
             m_Line += "}\n";
         } else {
             m_Line += row.type;
             m_Line += ',';
-            AppendCsv(m_Line, m_Path);
-            m_Line += ',' + size + ',' + time + ',';
-            AppendCsv(m_Line, sid);
+            AppendCsv(m_Line, m_Text);
             m_Line += ',';
-            AppendCsv(m_Line, account);
+            if (row.hasFileFields) {
+                AppendNumber(m_Line, row.size);
+                m_Line += ',';
+                AppendIsoTime(m_Line, row.time, true);
+                m_Line += ',';
+                m_Line += owner;
+            } else {
+                m_Line += ",,,";
+            }
             m_Line += ',';
-            AppendCsv(m_Line, target);
+            m_Text.clear();
+            AppendUtf8(m_Text, row.target);
+            AppendCsv(m_Line, m_Text);
             m_Line += '\n';
         }
         m_Out << m_Line;
     }
 
 private:
-    CVolumeIndex& m_Index;
     CTextOut& m_Out;
     bool m_Json;
-    std::string m_Line, m_Path;
+    std::vector<std::string> m_OwnerFields;
+    std::string m_NoOwner;
+    std::string m_Line, m_Text;
 };
 
 }  // namespace

@@ -52,21 +52,45 @@ bool TakeChar(std::string_view& text, char c) {
 }  // namespace
 
 std::string IsoTime(uint64_t ticks, bool fraction) {
+    std::string text;
+    AppendIsoTime(text, ticks, fraction);
+    return text;
+}
+
+void AppendIsoTime(std::string& out, uint64_t ticks, bool fraction) {
     const uint64_t seconds = ticks / kTicksPerSecond;
     const int64_t days = static_cast<int64_t>(seconds / 86400) - kDaysFrom1601To1970;
     const uint64_t inDay = seconds % 86400;
     int64_t y;
     unsigned m, d;
     CivilFromDays(days, y, m, d);
-    char text[48];
-    int n = std::snprintf(text, sizeof text, "%04lld-%02u-%02uT%02u:%02u:%02u", static_cast<long long>(y), m, d,
-                          static_cast<unsigned>(inDay / 3600), static_cast<unsigned>(inDay / 60 % 60),
-                          static_cast<unsigned>(inDay % 60));
-    if (fraction)
-        n += std::snprintf(text + n, sizeof text - static_cast<size_t>(n), ".%07u",
-                           static_cast<unsigned>(ticks % kTicksPerSecond));
-    text[n] = 'Z';
-    return std::string(text, static_cast<size_t>(n) + 1);
+    auto digits = [&](uint64_t value, int width) {
+        char text[20];
+        for (int i = width - 1; i >= 0; --i, value /= 10) text[i] = static_cast<char>('0' + value % 10);
+        out.append(text, static_cast<size_t>(width));
+    };
+    if (y > 9999) AppendNumber(out, static_cast<uint64_t>(y)); else digits(static_cast<uint64_t>(y), 4);
+    out += '-';
+    digits(m, 2);
+    out += '-';
+    digits(d, 2);
+    out += 'T';
+    digits(inDay / 3600, 2);
+    out += ':';
+    digits(inDay / 60 % 60, 2);
+    out += ':';
+    digits(inDay % 60, 2);
+    if (fraction) {
+        out += '.';
+        digits(ticks % kTicksPerSecond, 7);
+    }
+    out += 'Z';
+}
+
+void AppendNumber(std::string& out, uint64_t value) {
+    char text[24];
+    const auto end = std::to_chars(text, text + sizeof text, value).ptr;
+    out.append(text, static_cast<size_t>(end - text));
 }
 
 std::optional<uint64_t> ParseIsoTime(std::string_view text) {
@@ -113,7 +137,9 @@ std::optional<uint64_t> ParseSize(std::string_view text) {
 }
 
 void AppendCsv(std::string& out, std::string_view utf8) {
-    if (utf8.find_first_of(",\"\r\n") == std::string_view::npos) {
+    bool plain = true;
+    for (char c : utf8) plain &= c != ',' && c != '"' && c != '\r' && c != '\n';
+    if (plain) {
         out.append(utf8);
         return;
     }

@@ -12,6 +12,10 @@ namespace catalogue {
 // FILETIME ticks (100 ns since 1601-01-01 UTC) as "YYYY-MM-DDThh:mm:ssZ",
 // or with seven digits of fraction "YYYY-MM-DDThh:mm:ss.fffffffZ".
 std::string IsoTime(uint64_t ticks, bool fraction = false);
+// The same appended to `out`, and a number in decimal: the forms of export,
+// where they are written for every row.
+void AppendIsoTime(std::string& out, uint64_t ticks, bool fraction);
+void AppendNumber(std::string& out, uint64_t value);
 // "YYYY-MM-DD", optionally followed by "T" or a blank and "hh:mm" or
 // "hh:mm:ss", optionally "Z"; always UTC. Null for anything else.
 std::optional<uint64_t> ParseIsoTime(std::string_view text);
