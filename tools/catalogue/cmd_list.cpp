@@ -32,6 +32,26 @@ bool EntryLess(const TEntry& a, const TEntry& b) {
     return c != 0 ? c < 0 : a.name < b.name;
 }
 
+// A link to a folder has a folder row and a reparse row of the same name
+// (the walk writes both): one entry, the folder's, with the link's target.
+void MergeFolderLinks(std::vector<TEntry>& entries) {
+    std::map<std::u16string, size_t> folders;
+    for (size_t i = 0; i < entries.size(); ++i)
+        if (entries[i].kind == kDir) folders[entries[i].name] = i;
+    if (folders.empty()) return;
+    bool merged = false;
+    for (auto& e : entries) {
+        if (e.kind != kLink) continue;
+        const auto it = folders.find(e.name);
+        if (it == folders.end()) continue;
+        entries[it->second].target = e.target;
+        e.kind = kDir;  // marks the reparse row as merged: removed below
+        e.dirId = ~uint64_t{0};
+        merged = true;
+    }
+    if (merged) std::erase_if(entries, [](const TEntry& e) { return e.kind == kDir && e.dirId == ~uint64_t{0}; });
+}
+
 // Levels below the listed folder: 0 for the folder itself, -1 outside.
 // Parents come before children, so one forward pass suffices.
 std::vector<int32_t> Levels(const CVolumeIndex& index, uint64_t top, int32_t maxLevel) {
@@ -72,7 +92,10 @@ std::map<uint64_t, std::vector<TEntry>> Collect(const CVolumeIndex& index, const
                                        std::u16string(links.String(kReparseTarget))});
         }
     }
-    for (auto& [dir, entries] : content) std::sort(entries.begin(), entries.end(), EntryLess);
+    for (auto& [dir, entries] : content) {
+        MergeFolderLinks(entries);
+        std::sort(entries.begin(), entries.end(), EntryLess);
+    }
     return content;
 }
 
@@ -84,11 +107,11 @@ void PrintEntry(CTextOut& out, const CVolumeIndex& index, const TEntry& e, size_
                       IsoTime(e.time).c_str(), owner.c_str());
         out << std::string_view(line);
     } else {
-        out << (e.kind == kDir ? "dir " : "link") << std::string(16 + 2 + 20 + 2 + 24 + 2, ' ');
+        out << (e.kind == kDir && e.target.empty() ? "dir " : "link") << std::string(16 + 2 + 20 + 2 + 24 + 2, ' ');
     }
     out << std::string(indent, ' ') << e.name;
     if (e.kind == kDir) out << "\\";
-    if (e.kind == kLink) out << " -> " << e.target;
+    if (!e.target.empty()) out << " -> " << e.target;
     out << "\n";
 }
 

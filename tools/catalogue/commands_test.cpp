@@ -235,3 +235,25 @@ TEST_F(CatalogueCommands, AMissingFileIsAFailureNamingIt) {
 }
 
 }  // namespace
+
+namespace {
+
+// The walk writes a link to a folder as a folder row and a reparse row.
+TEST(CatalogueLinks, AFolderLinkListsAsOneEntry) {
+    ngitest::CTempDir dir;
+    CIndexBuilder b(dir, u"v.ifd");
+    b.Dir(u"Users\\alice");
+    b.Dir(u"Users\\alice-link");
+    b.Link(u"Users\\alice-link", u"C:\\Users\\alice");
+    const std::string file = b.Close();
+    const TRun run = RunTool({"ls", file, "Users"});
+    ASSERT_EQ(run.code, 0) << run.err;
+    const auto lines = Lines(run.out);
+    ASSERT_EQ(lines.size(), 2u) << run.out;
+    EXPECT_TRUE(lines[0].starts_with("dir ") && lines[0].ends_with(" alice\\")) << lines[0];
+    EXPECT_TRUE(lines[1].starts_with("link ") && lines[1].ends_with(" alice-link\\ -> C:\\Users\\alice")) << lines[1];
+    // find still sees both rows.
+    EXPECT_EQ(RunTool({"find", file, "alice-link"}).out, "\\Users\\alice-link\\\n\\Users\\alice-link -> C:\\Users\\alice\n");
+}
+
+}  // namespace
