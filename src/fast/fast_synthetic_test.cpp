@@ -5,6 +5,7 @@
 
 #include "fast/fast_test_util.h"
 #include "fast/fast_volume_builder.h"
+#include "platform/volume_table.h"
 #include "testing/log_capture.h"
 #include "testing/temp_registry.h"
 
@@ -20,6 +21,22 @@ const std::string kPlain = std::string(kSettingsKey) +
 
 class FastSynthetic : public ::testing::Test {
 protected:
+    // Indexes an image given as bytes (see Index).
+    std::string IndexImage(const TBytes& bytes, const std::string& settings = kPlain,
+                           indexer::fast_ntfs_indexer::TProcessorServices services = {}) {
+        ngitest::CTempRegistry registry(settings);
+        const fs::path image = m_Dir.Native() / "volume.img";
+        ngitest::ntfs::WriteBytes(image, bytes);
+        ngitest::CTempDir out;
+        indexer::CIncExcNode root(std::vector<std::u16string>{}, std::vector<std::u16string>{});
+        try {
+            m_Content = ReadIndex(RunPipeline(image, root, out, services));
+        } catch (const CExc& e) {
+            return U8(e.GetDescription());
+        }
+        return "";
+    }
+
     // Indexes the volume with the filter (root included when empty); the
     // failure text, or "" with the content read back.
     std::string Index(const CSynthVolume& volume, const std::vector<std::u16string>& include = {},
@@ -218,6 +235,78 @@ TEST_F(FastSynthetic, FilterDecisionsFollowTheTree) {
         for (size_t i = 1; i < m_Content.DirRows.size(); ++i)
             EXPECT_LT(m_Content.DirRows[i].second, m_Content.DirRows[i].first);
     }
+}
+
+TEST_F(FastSynthetic, DamagedRecordStopsTheVolumeWithWhatWasWrong) {
+    CSynthVolume volume(20);
+    volume.File(16, 5, u"a.txt");
+    TBytes image = volume.Build();
+    // The first attribute of record 16 claims a length of 3 bytes.
+    const size_t record = CSynthVolume::kMftCluster * CSynthVolume::kCluster + 16 * CSynthVolume::kRecord;
+    Put32(image, record + indexer::fast_ntfs_indexer::Le16(image.data() + record + 0x14) + 4, 3);
+    const std::string failure = IndexImage(image);
+    EXPECT_EQ(failure.rfind("parsing failed. File record #16.\r\nCannot process file record #16.\r\n", 0), 0u)
+        << failure;
+    EXPECT_NE(failure.find("File record FRN=0x0000000000000010 is corrupted"), std::string::npos) << failure;
+}
+
+// The value of a symbolic link's $REPARSE_POINT: tag, length, the four name
+// fields, flags, then the names.
+TBytes SymlinkValue(const std::u16string& substitute) {
+    TBytes v(20, 0);
+    Put32(v, 0, 0xA000000C);
+    Put16(v, 8, 0);
+    Put16(v, 10, static_cast<uint16_t>(substitute.size() * 2));
+    Put16(v, 12, static_cast<uint16_t>(substitute.size() * 2));
+    Put16(v, 14, 0);
+    for (char16_t c : substitute) {
+        v.push_back(static_cast<uint8_t>(c));
+        v.push_back(static_cast<uint8_t>(c >> 8));
+    }
+    Put16(v, 4, static_cast<uint16_t>(v.size() - 8));
+    return v;
+}
+
+// $Extend\$Reparse with a $R root naming the links.
+void AddReparseIndex(CSynthVolume& volume, uint64_t reparseFrn, const std::vector<uint64_t>& links) {
+    volume.Dir(11, 5, u"$Extend").Indexed = true;
+    TBytes entries;
+    for (uint64_t link : links) {
+        TBytes key(12, 0);
+        Put32(key, 0, 0xA000000C);
+        Put64(key, 4, link);
+        const TBytes e = IndexEntry(0, key, 0);
+        entries.insert(entries.end(), e.begin(), e.end());
+    }
+    const TBytes last = IndexEntry(0, {}, 2);
+    entries.insert(entries.end(), last.begin(), last.end());
+    TBytes root(0x20, 0);
+    Put32(root, 0x10, 0x10);
+    Put32(root, 0x14, static_cast<uint32_t>(0x10 + entries.size()));
+    Put32(root, 0x18, static_cast<uint32_t>(0x10 + entries.size()));
+    root.insert(root.end(), entries.begin(), entries.end());
+    volume.File(reparseFrn, 11, u"$Reparse").Extra.push_back(ResidentAttr(0x90, root, u"$R"));
+}
+
+TEST_F(FastSynthetic, FileLinkCopiesItsTargetsRow) {
+    CSynthVolume volume(32);
+    volume.Dir(16, 5, u"data").Indexed = true;
+    volume.File(17, 16, u"Target.txt", 1234).Time = 133000000000000000ull;
+    volume.Dir(18, 5, u"links");
+    volume.File(19, 18, u"shortcut").Extra.push_back(ResidentAttr(0xC0, SymlinkValue(u"\\??\\C:\\data\\target.txt")));
+    AddReparseIndex(volume, 20, {19});
+    std::vector<platform::TVolumeTableEntry> volumes(1);
+    volumes[0].mountPoints = {u"C:"};
+    volumes[0].volumeName = u"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}\\";
+    platform::CVolumeTable table(volumes, {});
+    const std::string settings = std::string(kSettingsKey) + "\"IndexerSkipOwnersParsing\"=dword:00000001\n";
+    ngitest::CLogCapture log;
+    ASSERT_EQ(IndexImage(volume.Build(), settings, {.Volumes = &table}), "");
+    // The link is no row of its own; the target's row is copied into the
+    // link's folder under the target's name, size and time.
+    const int64_t seconds = 13300000000 - 11644473600;
+    EXPECT_EQ(m_Content.Files, (std::set<TFileRow>{{"data/Target.txt", 1234, seconds}, {"links/Target.txt", 1234, seconds}}));
+    EXPECT_TRUE(log.Contains(u"ReparsePoint parent FRN=5 SubstituteName [\\??\\C:\\data\\target.txt] is included."));
 }
 
 }  // namespace
