@@ -3,34 +3,13 @@
 #include <charconv>
 #include <cstdio>
 
+#include "platform/time.h"
+
 namespace catalogue {
 
 namespace {
 
 constexpr uint64_t kTicksPerSecond = 10000000;
-constexpr int64_t kDaysFrom1601To1970 = 134774;
-
-// Days since 1970-01-01 of a civil date, and back (proleptic Gregorian).
-int64_t DaysFromCivil(int64_t y, unsigned m, unsigned d) {
-    y -= m <= 2;
-    const int64_t era = (y >= 0 ? y : y - 399) / 400;
-    const unsigned yoe = static_cast<unsigned>(y - era * 400);
-    const unsigned doy = (153 * (m + (m > 2 ? -3 : 9)) + 2) / 5 + d - 1;
-    const unsigned doe = yoe * 365 + yoe / 4 - yoe / 100 + doy;
-    return era * 146097 + static_cast<int64_t>(doe) - 719468;
-}
-
-void CivilFromDays(int64_t z, int64_t& y, unsigned& m, unsigned& d) {
-    z += 719468;
-    const int64_t era = (z >= 0 ? z : z - 146096) / 146097;
-    const unsigned doe = static_cast<unsigned>(z - era * 146097);
-    const unsigned yoe = (doe - doe / 1460 + doe / 36524 - doe / 146096) / 365;
-    const unsigned doy = doe - (365 * yoe + yoe / 4 - yoe / 100);
-    const unsigned mp = (5 * doy + 2) / 153;
-    d = doy - (153 * mp + 2) / 5 + 1;
-    m = mp < 10 ? mp + 3 : mp - 9;
-    y = static_cast<int64_t>(yoe) + era * 400 + (m <= 2);
-}
 
 bool TakeNumber(std::string_view& text, size_t digits, unsigned& value) {
     if (text.size() < digits) return false;
@@ -58,28 +37,28 @@ std::string IsoTime(uint64_t ticks, bool fraction) {
 }
 
 void AppendIsoTime(std::string& out, uint64_t ticks, bool fraction) {
-    const uint64_t seconds = ticks / kTicksPerSecond;
-    const int64_t days = static_cast<int64_t>(seconds / 86400) - kDaysFrom1601To1970;
-    const uint64_t inDay = seconds % 86400;
-    int64_t y;
-    unsigned m, d;
-    CivilFromDays(days, y, m, d);
+    platform::TSystemTime t;
+    if (!platform::FileTimeToSystemTime(ticks, t)) {  // past year 30827: the ticks as they are
+        out += "ticks:";
+        AppendNumber(out, ticks);
+        return;
+    }
     auto digits = [&](uint64_t value, int width) {
         char text[20];
         for (int i = width - 1; i >= 0; --i, value /= 10) text[i] = static_cast<char>('0' + value % 10);
         out.append(text, static_cast<size_t>(width));
     };
-    if (y > 9999) AppendNumber(out, static_cast<uint64_t>(y)); else digits(static_cast<uint64_t>(y), 4);
+    if (t.year > 9999) AppendNumber(out, t.year); else digits(t.year, 4);
     out += '-';
-    digits(m, 2);
+    digits(t.month, 2);
     out += '-';
-    digits(d, 2);
+    digits(t.day, 2);
     out += 'T';
-    digits(inDay / 3600, 2);
+    digits(t.hour, 2);
     out += ':';
-    digits(inDay / 60 % 60, 2);
+    digits(t.minute, 2);
     out += ':';
-    digits(inDay % 60, 2);
+    digits(t.second, 2);
     if (fraction) {
         out += '.';
         digits(ticks % kTicksPerSecond, 7);
@@ -104,15 +83,17 @@ std::optional<uint64_t> ParseIsoTime(std::string_view text) {
         if (TakeChar(text, ':') && !TakeNumber(text, 2, ss)) return std::nullopt;
     }
     TakeChar(text, 'Z');
-    if (!text.empty() || y < 1601 || m < 1 || m > 12 || d < 1 || d > 31 || hh > 23 || mm > 59 || ss > 59)
-        return std::nullopt;
-    int64_t ry;
-    unsigned rm, rd;
-    const int64_t days = DaysFromCivil(y, m, d);
-    CivilFromDays(days, ry, rm, rd);
-    if (rm != m || rd != d) return std::nullopt;  // 2026-02-30 and the like
-    const uint64_t seconds = static_cast<uint64_t>(days + kDaysFrom1601To1970) * 86400 + hh * 3600 + mm * 60 + ss;
-    return seconds * kTicksPerSecond;
+    if (!text.empty()) return std::nullopt;
+    platform::TSystemTime t;
+    t.year = static_cast<uint16_t>(y);
+    t.month = static_cast<uint16_t>(m);
+    t.day = static_cast<uint16_t>(d);
+    t.hour = static_cast<uint16_t>(hh);
+    t.minute = static_cast<uint16_t>(mm);
+    t.second = static_cast<uint16_t>(ss);
+    uint64_t ticks = 0;
+    if (!platform::SystemTimeToFileTime(t, ticks)) return std::nullopt;  // 2026-02-30 and the like
+    return ticks;
 }
 
 std::optional<uint64_t> ParseSize(std::string_view text) {

@@ -10,6 +10,7 @@
 namespace catalogue {
 
 // FILETIME ticks (100 ns since 1601-01-01 UTC) as "YYYY-MM-DDThh:mm:ssZ",
+// ("ticks:<n>" past the year 30827, where the calendar conversion stops)
 // or with seven digits of fraction "YYYY-MM-DDThh:mm:ss.fffffffZ".
 std::string IsoTime(uint64_t ticks, bool fraction = false);
 // The same appended to `out`, and a number in decimal: the forms of export,

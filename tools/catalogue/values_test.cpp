@@ -30,7 +30,7 @@ TEST(CatalogueValues, TimesRoundTripAndRefuseNonsense) {
     EXPECT_EQ(IsoTime(ticks), "2026-11-21T13:45:07Z");
     EXPECT_EQ(IsoTime(ticks, true), "2026-11-21T13:45:07.1234567Z");
     EXPECT_EQ(IsoTime(0), "1601-01-01T00:00:00Z");
-    EXPECT_EQ(IsoTime(~uint64_t{0}).substr(0, 6), "60056-");
+    EXPECT_EQ(IsoTime(~uint64_t{0}), "ticks:18446744073709551615");
     EXPECT_EQ(ParseIsoTime("2026-11-21T13:45:07Z"), ticks - 1234567);
     EXPECT_EQ(ParseIsoTime("2026-11-21 13:45:07"), ticks - 1234567);
     EXPECT_EQ(ParseIsoTime("2026-11-21"), (1795219200ull + 11644473600ull) * 10000000ull);
