@@ -264,6 +264,12 @@ void CFastNtfsProcessor::_ProcessFile(TDirInfo& parent, std::u16string_view name
     if (parent.Content) parent.Content->Files.push_back((position & kTagPositionMask) | kTagFile);
 }
 
+TDirInfo* CFastNtfsProcessor::_EntryFor(uint64_t frn, std::unique_ptr<TDirInfo>& created) {
+    if (TDirInfo* info = m_Dirs.Get(frn)) return info;
+    created = std::make_unique<TDirInfo>();
+    return created.get();
+}
+
 void CFastNtfsProcessor::_AddDirRow(TDirInfo& info, TDirInfo& parent, std::u16string_view name, uint64_t tag) {
     const uint64_t position = m_Base->AddDir(name, parent.DirId, &info.DirId);
     info.Content = std::make_unique<TDirContent>();
@@ -273,14 +279,9 @@ void CFastNtfsProcessor::_AddDirRow(TDirInfo& info, TDirInfo& parent, std::u16st
 
 void CFastNtfsProcessor::_ProcessDirectory(uint64_t frn, TDirInfo& parent, uint64_t parentFrn,
                                            std::u16string_view name) {
-    TDirInfo* existing = m_Dirs.Get(frn);
-    if (existing && existing->DirId != kNoDirId) return;
     std::unique_ptr<TDirInfo> created;
-    TDirInfo* info = existing;
-    if (!info) {
-        created = std::make_unique<TDirInfo>();
-        info = created.get();
-    }
+    TDirInfo* info = _EntryFor(frn, created);
+    if (info->DirId != kNoDirId) return;
     if (info->Flags == 0) info->Flags = _GetNodeFlagForDir(parentFrn, frn, name);
     if (info->Flags & (kIncExcInc | kIncExcNode)) _AddDirRow(*info, parent, name, kTagDirectory);
     info->ParentFRN = parentFrn;
@@ -298,14 +299,9 @@ void CFastNtfsProcessor::_ProcessReparseRecord(uint64_t frn, TDirInfo& parent, u
 }
 
 void CFastNtfsProcessor::_ProcessRootDirectory() {
-    TDirInfo* existing = m_Dirs.Get(kRootFrn);
-    if (existing && existing->DirId != kNoDirId) return;
     std::unique_ptr<TDirInfo> created;
-    TDirInfo* info = existing;
-    if (!info) {
-        created = std::make_unique<TDirInfo>();
-        info = created.get();
-    }
+    TDirInfo* info = _EntryFor(kRootFrn, created);
+    if (info->DirId != kNoDirId) return;
     info->Flags = m_FilterRoot->m_IncExcFlag;
     const uint64_t position = m_Base->AddDir(std::u16string_view(), 0, &info->DirId);
     info->ParentFRN = 0;
@@ -316,16 +312,13 @@ void CFastNtfsProcessor::_ProcessRootDirectory() {
 
 void CFastNtfsProcessor::_ProcessMetafile(uint64_t frn) {
     GetLog().Info(u"NTFS metafile. FRN=0x%1", util::Hex16(frn));
-    TDirInfo* info = m_Dirs.Get(frn);
-    if (!info) {
-        auto created = std::make_unique<TDirInfo>();
-        info = created.get();
-        m_Dirs.Set(frn, std::move(created));
-    }
+    std::unique_ptr<TDirInfo> created;
+    TDirInfo* info = _EntryFor(frn, created);
     info->DirId = kNoDirId;
     info->ParentFRN = 0;
     info->Content.reset();
     info->Flags = kIncExcExc;
+    if (created) m_Dirs.Set(frn, std::move(created));
 }
 
 }  // namespace indexer::fast_ntfs_indexer

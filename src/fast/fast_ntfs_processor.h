@@ -155,6 +155,9 @@ private:
     void _ProcessRootDirectory();
     void _ProcessMetafile(uint64_t frn);
     bool _IsParentIncluded(uint64_t parentFrn);
+    // The entry of `frn`; a new one, owned by `created` until the caller
+    // stores it, when there is none.
+    TDirInfo* _EntryFor(uint64_t frn, std::unique_ptr<TDirInfo>& created);
     // Adds a row for a directory whose flags say INC or NODE.
     void _AddDirRow(TDirInfo& info, TDirInfo& parent, std::u16string_view name, uint64_t tag);
     uint8_t* _RecordBuffer(CBuf<uint8_t>& buffer);
@@ -173,6 +176,8 @@ private:
     void _FindAndCopyBaseReparseFile(const TReparsePoint& entry, uint64_t targetParentFrn);
     // Counts one given-up reparse point; true while its lines are still logged.
     bool _CountUnparsed();
+    // Counts and logs a link that ends the check: the title, then the link.
+    void _LogUnparsedLink(std::u16string_view title, const TReparsePoint& entry);
 
     CNtfsVolume* m_Volume;
     std::shared_ptr<CNtfsAttributes> m_Attributes;

@@ -57,9 +57,6 @@ TEST_P(FastOracle, RowsMatchTheSleuthKit) {
     if (!ngitest::ntfs::HaveTool("fls")) GTEST_SKIP() << "no Sleuth Kit";
     const fs::path file = ImageFile(image);
     ASSERT_FALSE(file.empty());
-    const TFlsContent oracle = RunFls(file);
-    if (!oracle.Read) GTEST_SKIP() << "the Sleuth Kit cannot read " << image.Name;
-
     ngitest::CTempRegistry registry(kSkipReparse);
     ngitest::CTempDir out;
     indexer::CIncExcNode root(std::vector<std::u16string>{}, std::vector<std::u16string>{});
@@ -69,6 +66,14 @@ TEST_P(FastOracle, RowsMatchTheSleuthKit) {
     } catch (const CExc& e) {
         FAIL() << U8(e.GetDescription());
     }
+    // Row order: the root is row 0; every directory comes after its parent.
+    ASSERT_FALSE(ours.DirRows.empty());
+    EXPECT_EQ(ours.DirNames[0], "");
+    for (size_t i = 1; i < ours.DirRows.size(); ++i) EXPECT_LT(ours.DirRows[i].second, ours.DirRows[i].first);
+
+    // The image with 2 MiB clusters is indexed, but has no listing to compare.
+    const TFlsContent oracle = RunFls(file);
+    if (!oracle.Read) GTEST_SKIP() << "indexed; the Sleuth Kit cannot read " << image.Name;
     EXPECT_EQ(ours.Dirs, oracle.Dirs) << "only in the index:\n"
                                       << Missing(ours.Dirs, oracle.Dirs, [](auto& s) { return s; })
                                       << "only in the listing:\n"
@@ -76,10 +81,6 @@ TEST_P(FastOracle, RowsMatchTheSleuthKit) {
     EXPECT_EQ(ours.Files, oracle.Files) << "only in the index:\n"
                                         << Missing(ours.Files, oracle.Files, ShowRow) << "only in the listing:\n"
                                         << Missing(oracle.Files, ours.Files, ShowRow);
-    // Row order: the root is row 0; every directory comes after its parent.
-    ASSERT_FALSE(ours.DirRows.empty());
-    EXPECT_EQ(ours.DirNames[0], "");
-    for (size_t i = 1; i < ours.DirRows.size(); ++i) EXPECT_LT(ours.DirRows[i].second, ours.DirRows[i].first);
 }
 
 INSTANTIATE_TEST_SUITE_P(Images, FastOracle, ::testing::ValuesIn(AllImages()),

@@ -198,6 +198,15 @@ void CFastNtfsProcessor::_FillReparsePointInfo(const uint8_t* record, TReparsePo
 
 bool CFastNtfsProcessor::_CountUnparsed() { return m_UnparsedReparseCount++ < kMaxLoggedSkips; }
 
+void CFastNtfsProcessor::_LogUnparsedLink(std::u16string_view title, const TReparsePoint& entry) {
+    if (!_CountUnparsed()) return;
+    CLog& log = GetLog();
+    log.Error(title);
+    log.Error(u"    FileRef=0x%1.", util::Hex16(entry.FRN));
+    log.Error(u"    FileName is [%1].", entry.FileName);
+    log.Error(u"    SubstituteName is [%1].", entry.SubstituteName);
+}
+
 void CFastNtfsProcessor::_CheckReparsePoints() {
     GetLog().Info(u"Check ReparsePoints on include tree.");
     for (TReparsePoint& entry : m_ReparsePoints) {
@@ -222,12 +231,7 @@ bool CFastNtfsProcessor::_CheckReparsePoint(TReparsePoint& entry) {
 
     if (volumeName.empty()) {
         if (!_IsValidSubstitute(substitute)) {
-            if (_CountUnparsed()) {
-                log.Error(u"Invalid symbolic link:");
-                log.Error(u"    FileRef=0x%1.", util::Hex16(entry.FRN));
-                log.Error(u"    FileName is [%1].", entry.FileName);
-                log.Error(u"    SubstituteName is [%1].", substitute);
-            }
+            _LogUnparsedLink(u"Invalid symbolic link:", entry);
             return false;
         }
         if (m_SkipReparsePointUNC && Contains(substitute, u"\\??\\UNC\\")) {
@@ -242,12 +246,7 @@ bool CFastNtfsProcessor::_CheckReparsePoint(TReparsePoint& entry) {
         } else if (!Contains(substitute, u"..\\") && !Contains(substitute, u".\\")) {
             path = substitute;
         } else {
-            if (_CountUnparsed()) {
-                log.Error(u"Relative substitute path was detected. It`s not supported yet.");
-                log.Error(u"    FileRef=0x%1.", util::Hex16(entry.FRN));
-                log.Error(u"    FileName is [%1].", entry.FileName);
-                log.Error(u"    SubstituteName is [%1].", substitute);
-            }
+            _LogUnparsedLink(u"Relative substitute path was detected. It`s not supported yet.", entry);
             return false;
         }
         std::u16string mountPoint;
