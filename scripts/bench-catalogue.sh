@@ -8,7 +8,8 @@
 #   - find with a pattern that matches a handful of names;
 #   - export to /dev/null;
 # each the best of five wall-clock and processor times, and the peak memory
-# of find and export (/usr/bin/time -v). Streaming means: the peak memory is about the
+# of find and export (/usr/bin/time -v); then cat and find again with the
+# file's pages dropped from the page cache before each run (dd iflag=nocache). Streaming means: the peak memory is about the
 # same for both indexes (it grows with folders, not files), and find takes
 # at most twice the time of cat.
 set -euo pipefail
@@ -23,26 +24,32 @@ out=$(mktemp -d "${TMPDIR:-/tmp}/ngi-bench-cat-XXXXXX")
 trap 'rm -rf "$out"' EXIT
 
 # Best of five runs of a command (output discarded): "wall cpu" in seconds,
-# cpu being user + system time. On a busy machine the processor time is
-# the steadier measure; both are printed.
+# cpu being user + system time of the child. On a busy machine the
+# processor time is the steadier measure; both are printed. With COLD set to
+# a file, that file's pages are dropped from the page cache before each run.
 best_of_five() {
-  local best_wall="" best_cpu="" line wall cpu
-  for _ in 1 2 3 4 5; do
-    /usr/bin/time -o "$out/time.txt" -f '%e %U %S' "$@" >/dev/null 2>&1 || true
-    line=$(tail -1 "$out/time.txt")
-    wall=$(echo "$line" | awk '{print $1}')
-    cpu=$(echo "$line" | awk '{print $2 + $3}')
-    if [ -z "$best_wall" ] || awk -v t="$wall" -v b="$best_wall" 'BEGIN {exit !(t < b)}'; then best_wall=$wall; fi
-    if [ -z "$best_cpu" ] || awk -v t="$cpu" -v b="$best_cpu" 'BEGIN {exit !(t < b)}'; then best_cpu=$cpu; fi
-  done
-  echo "$best_wall $best_cpu"
+  python3 - "$@" <<'PY'
+import os, resource, subprocess, sys, time
+cold = os.environ.get("COLD")
+walls, cpus = [], []
+for _ in range(5):
+    if cold:
+        subprocess.run(["dd", "if=" + cold, "iflag=nocache", "count=0", "status=none"], check=True)
+    before = resource.getrusage(resource.RUSAGE_CHILDREN)
+    start = time.perf_counter()
+    subprocess.run(sys.argv[1:], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    walls.append(time.perf_counter() - start)
+    after = resource.getrusage(resource.RUSAGE_CHILDREN)
+    cpus.append(after.ru_utime + after.ru_stime - before.ru_utime - before.ru_stime)
+print(f"{min(walls):.3f} {min(cpus):.3f}")
+PY
 }
 
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN {if (b > 0) printf "%.2f", a / b; else print "-"}'; }
 
 # Peak resident memory in KiB of one run.
 peak_kib() {
-  /usr/bin/time -v "$@" 2>&1 >/dev/null | awk -F': ' '/Maximum resident set size/ {print $2}'
+  { /usr/bin/time -v "$@" 2>&1 >/dev/null || true; } | awk -F': ' '/Maximum resident set size/ {print $2}'
 }
 
 measure() {  # label file-count
@@ -53,16 +60,21 @@ measure() {  # label file-count
   local size
   size=$(stat -c %s "$ifd")
   cat "$ifd" >/dev/null
-  local cat find export m_find m_export
-  cat=($(best_of_five cat "$ifd"))
-  find=($(best_of_five "$tool" find "$ifd" '*_99999?.log'))
-  export=($(best_of_five "$tool" export "$ifd" --format csv))
+  local t_cat t_find t_export m_find m_export
+  t_cat=($(best_of_five cat "$ifd"))
+  t_find=($(best_of_five "$tool" find "$ifd" '*_99999?.log'))
+  t_export=($(best_of_five "$tool" export "$ifd" --format csv))
   m_find=$(peak_kib "$tool" find "$ifd" '*_99999?.log')
   m_export=$(peak_kib "$tool" export "$ifd" --format csv)
   echo "$label: $count files, $dirs folders, $((size / 1048576)) MiB (wall s / cpu s, best of five)"
-  echo "  cat     ${cat[0]} / ${cat[1]}"
-  echo "  find    ${find[0]} / ${find[1]}  ($(ratio "${find[0]}" "${cat[0]}") / $(ratio "${find[1]}" "${cat[1]}") x cat)  peak ${m_find} KiB"
-  echo "  export  ${export[0]} / ${export[1]}  peak ${m_export} KiB"
+  echo "  cat     ${t_cat[0]} / ${t_cat[1]}"
+  echo "  find    ${t_find[0]} / ${t_find[1]}  ($(ratio "${t_find[0]}" "${t_cat[0]}") / $(ratio "${t_find[1]}" "${t_cat[1]}") x cat)  peak ${m_find} KiB"
+  echo "  export  ${t_export[0]} / ${t_export[1]}  peak ${m_export} KiB"
+  t_cat=($(COLD=$ifd best_of_five cat "$ifd"))
+  t_find=($(COLD=$ifd best_of_five "$tool" find "$ifd" '*_99999?.log'))
+  echo "  cold (the file's pages dropped before each run):"
+  echo "  cat     ${t_cat[0]} / ${t_cat[1]}"
+  echo "  find    ${t_find[0]} / ${t_find[1]}  ($(ratio "${t_find[0]}" "${t_cat[0]}") / $(ratio "${t_find[1]}" "${t_cat[1]}") x cat)"
   rm -f "$ifd"
 }
 
