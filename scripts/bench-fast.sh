@@ -38,9 +38,11 @@ mkdir -p "$bench"
 if [ ! -f "$image.done" ]; then
   echo "bench-fast: building $image ($files files in $folders folders)..."
   mnt=$(mktemp -d "$bench/mnt.XXXXXX")
+  trap 'mountpoint -q "$mnt" && umount "$mnt"; rmdir "$mnt" 2>/dev/null || true' EXIT
   rm -f "$image"
-  # About 1.5 KiB a file: its record and its index entry, with room to spare.
-  truncate -s $(( (files * 3 / 2 + 65536) * 1024 )) "$image"
+  # About 4 KiB a file: its record, its index entry and, for one in five,
+  # a cluster of data, with room to spare. The file is sparse.
+  truncate -s $(( (files * 4 + 65536) * 1024 )) "$image"
   mkntfs -F -q -Q -c 4096 "$image" >/dev/null 2>&1
   ntfs-3g -o big_writes "$image" "$mnt"
   python3 - "$mnt" "$folders" <<'PY'
@@ -56,6 +58,7 @@ PY
   sync
   umount "$mnt"
   rmdir "$mnt"
+  trap - EXIT
   touch "$image.done"
 fi
 
