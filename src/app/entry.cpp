@@ -10,6 +10,7 @@
 #include "diag/log.h"
 #include "diag/log_setup.h"
 #include "platform/console.h"
+#include "platform/registry.h"
 #include "platform/errors.h"
 #include "platform/process.h"
 #include "platform/time.h"
@@ -91,6 +92,11 @@ int RunIndexer(const std::vector<std::u16string>& args) {
             PrintUsage();
             return 1;
         }
+
+        // On POSIX the registry file also holds the volume table: a damaged
+        // one would silently index the machine's own mounts instead.
+        const std::u16string registryProblem = platform::GetRegistryProblem();
+        if (!registryProblem.empty()) throw CExc(registryProblem);
 
         const uint32_t start = platform::GetTickCount();
         {

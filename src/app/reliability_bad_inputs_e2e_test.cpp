@@ -155,7 +155,7 @@ TEST(ReliabilityBadInputs, RegistryFile) {
 // The registry file that does not parse is taken as a registry without
 // volumes: the run fails, but its message names the missing volume instead of
 // the file and the line that is wrong.
-TEST(ReliabilityBadInputs, DISABLED_DamagedRegistryFileIsNamedInTheError) {
+TEST(ReliabilityBadInputs, DamagedRegistryFileIsNamedInTheError) {
     RunCases({
         {"garbage", [](CInstance& run) { WriteBytes(run.Root() / "registry.reg", "garbage\r\n[HKLM\\x]\r\n\"a\"=dword:xyz\r\n"); },
          1, {"registry.reg", "line 1"}},

@@ -72,6 +72,13 @@ private:
 // RegOpenKeyExW(root, subKey, 0, access). An empty subKey opens the root.
 // Errors: 2 no such key, 1009 damaged store, 87 unknown root.
 bool RegOpenKey(RegRoot root, std::u16string_view subKey, uint32_t access, CRegKey& key);
+
+// Empty when the registry store can be read. POSIX: where the registry file
+// exists but cannot be read or does not parse, a text naming the file and
+// the problem ("Registry file [path] is damaged: line 3: ..."); the program
+// refuses to run on it, since the file also holds the volume table.
+// Windows: always empty.
+std::u16string GetRegistryProblem();
 // RegQueryValueExW; an empty name is the key's default value. Errors: 2, 6.
 bool RegQueryValue(const CRegKey& key, std::u16string_view name, uint32_t& type,
                    std::vector<uint8_t>& data);

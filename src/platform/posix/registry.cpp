@@ -12,6 +12,7 @@
 #include <mutex>
 
 #include "base/case.h"
+#include "base/utf.h"
 #include "platform/errors.h"
 #include "platform/posix/posix_errors.h"
 #include "platform/posix/registry_file.h"
@@ -39,6 +40,7 @@ struct TCache {
     std::string path;
     struct stat st {};
     std::shared_ptr<const posix::CRegistryData> data;  // null: the file did not parse
+    std::u16string problem;                            // why it did not, naming the file
     bool valid = false;
 };
 
@@ -96,18 +98,36 @@ std::shared_ptr<const posix::CRegistryData> Load() {
     }
     ::close(fd);
     std::shared_ptr<posix::CRegistryData> data;
+    std::u16string problem;
     if (ok) {
         data = std::make_shared<posix::CRegistryData>();
-        std::u16string problem;
         if (!data->Parse(bytes, problem)) data.reset();
+    } else {
+        problem = S_ISREG(st.st_mode) ? u"larger than 64 MiB" : u"not a regular file";
     }
+    const std::u16string shownPath = util::Utf8ToUtf16(path);
     cache.valid = true;
     cache.path = path;
     cache.st = st;
     cache.data = data;
+    cache.problem = data ? std::u16string()
+                         : u"Registry file [" + shownPath + u"] is damaged: " + problem + u".";
     if (!data) posix::Fail(kErrBadDb);
     return data;
 }
+
+}  // namespace
+
+std::u16string GetRegistryProblem() {
+    auto data = Load();
+    if (data) return {};
+    TCache& cache = Cache();
+    std::lock_guard<std::mutex> lock(cache.mutex);
+    if (!cache.problem.empty()) return cache.problem;
+    return u"The registry file cannot be read:" + GetErrorText(GetLastError());
+}
+
+namespace {
 
 const posix::TRegKeyNode* NodeOf(const CRegKey& key) {
     if (!key.IsValid()) {

@@ -116,4 +116,6 @@ bool RegEnumValue(const CRegKey& key, uint32_t index, std::u16string& name, uint
     return Fail(kErrMoreData);
 }
 
+std::u16string GetRegistryProblem() { return {}; }
+
 }  // namespace platform
