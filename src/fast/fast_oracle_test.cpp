@@ -91,4 +91,48 @@ INSTANTIATE_TEST_SUITE_P(Images, FastOracle, ::testing::ValuesIn(AllImages()),
                              return name;
                          });
 
+// With a filter: two folders included, one excluded below them. The listing
+// is cut by path the same way; the root is a node (a row, no files).
+TEST(FastOracleFiltered, IncludedFoldersMatchTheSleuthKit) {
+    if (!ngitest::ntfs::HaveTool("fls")) GTEST_SKIP() << "no Sleuth Kit";
+    const fs::path file = ImageFile({"ntfs-4k", ngitest::ntfs::SourceDir() / "fixtures/ntfs/ntfs-4k.img.gz"});
+    ASSERT_FALSE(file.empty());
+    auto under = [](const std::string& path, const std::string& folder) {
+        return path == folder || path.rfind(folder + "/", 0) == 0;
+    };
+    auto included = [&](const std::string& dir) {
+        return (under(dir, "deep") || under(dir, "links")) && !under(dir, "deep/l1/l2/l3");
+    };
+    const TFlsContent oracle = RunFls(file);
+    ASSERT_TRUE(oracle.Read);
+    std::set<std::string> dirs{""};
+    std::set<TFileRow> files;
+    for (const std::string& d : oracle.Dirs)
+        if (included(d)) dirs.insert(d);
+    for (const TFileRow& f : oracle.Files) {
+        const std::string& path = std::get<0>(f);
+        const size_t slash = path.rfind('/');
+        if (slash != std::string::npos && included(path.substr(0, slash))) files.insert(f);
+    }
+
+    ngitest::CTempRegistry registry(kSkipReparse);
+    ngitest::CTempDir out;
+    indexer::CIncExcNode root(std::vector<std::u16string>{u"deep", u"links"},
+                              std::vector<std::u16string>{u"deep\\l1\\l2\\l3"});
+    TIndexContent ours;
+    try {
+        ours = ReadIndex(RunPipeline(file, root, out));
+    } catch (const CExc& e) {
+        FAIL() << U8(e.GetDescription());
+    }
+    EXPECT_EQ(ours.Dirs, dirs) << "only in the index:\n"
+                               << Missing(ours.Dirs, dirs, [](auto& x) { return x; }) << "only in the listing:\n"
+                               << Missing(dirs, ours.Dirs, [](auto& x) { return x; });
+    EXPECT_EQ(ours.Files, files) << "only in the index:\n"
+                                 << Missing(ours.Files, files, ShowRow) << "only in the listing:\n"
+                                 << Missing(files, ours.Files, ShowRow);
+    EXPECT_TRUE(ours.Dirs.count("deep/l1/l2"));
+    EXPECT_FALSE(ours.Dirs.count("deep/l1/l2/l3"));
+}
+
 }  // namespace
