@@ -6,7 +6,9 @@
 #   instance/   the program with its two filter files and snapshot mapping
 #   c/, d/      the live volumes C: and D: (C: a copy of samples/volume-c)
 #   shadow-c/   C:'s shadow copy, a copy of c/ taken before C: changes
-#   registry.reg  the volume table that maps C:, D: to those folders
+#   e.img       an NTFS volume image (fixtures/ntfs/ntfs-4k), the shadow of E:,
+#               which the fast NTFS pipeline reads raw
+#   registry.reg  the volume table that maps C:, D:, E: to those folders
 # and runs: NorvaGuestIndexer -opt yes -log <work>/logs <work>/out
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -27,6 +29,9 @@ ln -s "$work/c/Users/alice/Documents/Projects" "$work/c/Users/alice/Desktop-Proj
 ln -s "$work/d/Archive" "$work/c/Users/bob/Archive on D"
 printf 'old mail\n' > "$work/d/Archive/mail.txt"
 cp -a "$work/c" "$work/shadow-c"
+# E: is an NTFS volume whose shadow is an image file: read raw, never mounted.
+mkdir -p "$work/e"
+gzip -dc fixtures/ntfs/ntfs-4k.img.gz | cp --sparse=always /dev/stdin "$work/e.img"
 # Written after the shadow was taken: the index does not see it.
 printf 'too late\n' > "$work/c/Users/alice/Documents/after-the-snapshot.txt"
 
@@ -42,6 +47,12 @@ Windows Registry Editor Version 5.00
 "MountPoints"="D:"
 "VolumeName"="{5a4d1e2c-0000-4c00-8000-00000000000d}"
 "Folder"="$work/d"
+
+[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\E]
+"MountPoints"="E:"
+"VolumeName"="{5a4d1e2c-0000-4c00-8000-00000000000e}"
+"Folder"="$work/e"
+"Device"="$work/e.img"
 EOF
 
 # Filter files: UTF-16LE with its mark, lines ended by CR LF.
@@ -50,8 +61,9 @@ filter() {  # file lines...
   shift
   { printf '\xff\xfe'; printf '%s\r\n' "$@" | iconv -f UTF-8 -t UTF-16LE; } > "$file"
 }
-filter "$instance/NorvaGuestIndexer.inc.filter" 'C:\Users' 'C:\Program Files'
-filter "$instance/NorvaGuestIndexer.exc.filter" 'C:\Users\alice\AppData'
+filter "$instance/NorvaGuestIndexer.inc.filter" 'C:\Users' 'C:\Program Files' \
+  'E:\deep' 'E:\owners' 'E:\reparse' 'E:\compressed'
+filter "$instance/NorvaGuestIndexer.exc.filter" 'C:\Users\alice\AppData' 'E:\deep\l1\l2\l3'
 
 cat > "$instance/NorvaGuestIndexer.SnapshotMapping.xml" <<EOF
 <?xml version="1.0"?>
@@ -61,6 +73,12 @@ cat > "$instance/NorvaGuestIndexer.SnapshotMapping.xml" <<EOF
     <ShadowMountPointName>$work/shadow-c</ShadowMountPointName>
     <IsClustered>false</IsClustered>
     <VolumeId>{0f6c1d3e-1111-4222-8333-944455556666}</VolumeId>
+  </Shadow>
+  <Shadow>
+    <OriginalVolumeGuidName>\\\\?\\Volume{5a4d1e2c-0000-4c00-8000-00000000000e}\\</OriginalVolumeGuidName>
+    <ShadowMountPointName>$work/e.img</ShadowMountPointName>
+    <IsClustered>false</IsClustered>
+    <VolumeId>{0f6c1d3e-1111-4222-8333-94445555777e}</VolumeId>
   </Shadow>
 </ShadowsList>
 EOF
