@@ -22,12 +22,12 @@ TArgs ParseArgs(const std::vector<std::string>& words, const std::vector<TOption
         if (word.compare(0, 2, "--") != 0) throw CUsageError("unknown option '" + word + "'");
         const size_t equals = word.find('=');
         const std::string name = word.substr(2, equals == std::string::npos ? std::string::npos : equals - 2);
-        const TOptionSpec* spec = nullptr;
+        const TOptionSpec* option = nullptr;
         for (const auto& s : specs)
-            if (name == s.name) spec = &s;
-        if (!spec) throw CUsageError("unknown option '--" + name + "'");
+            if (name == s.name) option = &s;
+        if (!option) throw CUsageError("unknown option '--" + name + "'");
         std::string value;
-        if (spec->takesValue) {
+        if (option->takesValue) {
             if (equals != std::string::npos) {
                 value = word.substr(equals + 1);
             } else if (i + 1 < words.size()) {
