@@ -54,6 +54,8 @@ inline constexpr size_t kAttrLength = 0x04;        // only the low 16 bits are u
 inline constexpr size_t kAttrNonResident = 0x08;
 inline constexpr size_t kAttrNameLength = 0x09;    // characters
 inline constexpr size_t kAttrNameOffset = 0x0A;
+inline constexpr size_t kAttrFlags = 0x0C;       // 16 bits
+inline constexpr uint16_t kAttrFlagSparse = 0x8000;
 inline constexpr size_t kAttrInstance = 0x0E;
 inline constexpr size_t kAttrCommonSize = 0x10;
 inline constexpr size_t kAttrValueLength = 0x10;   // resident, 32 bits
@@ -69,12 +71,24 @@ inline constexpr size_t kAttrNonResidentSize = 0x40;
 // $ATTRIBUTE_LIST entry.
 inline constexpr size_t kAlType = 0x00;
 inline constexpr size_t kAlLength = 0x04;
+inline constexpr size_t kAlNameLength = 0x06;     // 8 bits, characters
+inline constexpr size_t kAlLowestVcn = 0x08;
 inline constexpr size_t kAlReference = 0x10;
+inline constexpr size_t kAlInstance = 0x18;       // 16 bits
 inline constexpr size_t kAlEntryMinSize = 0x18;
 
 // $STANDARD_INFORMATION value.
+inline constexpr size_t kSiCreationTime = 0x00;
 inline constexpr size_t kSiLastWriteTime = 0x08;
+inline constexpr size_t kSiMftChangeTime = 0x10;
+inline constexpr size_t kSiLastAccessTime = 0x18;
+inline constexpr size_t kSiFileAttributes = 0x20;
 inline constexpr size_t kSiSecurityId = 0x34;
+
+// File record header, past what every reader needs: the base record
+// reference of an extension record (48-bit number and 16-bit sequence).
+inline constexpr size_t kRecBaseReference = 0x20;
+inline constexpr size_t kRecMinHeaderSize = 0x30;
 
 // $FILE_NAME value.
 inline constexpr size_t kFnParent = 0x00;

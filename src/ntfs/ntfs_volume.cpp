@@ -272,6 +272,12 @@ uint64_t CNtfsVolume::GetFileRecord(uint64_t fileRef, uint8_t* buffer, int mustE
     return ~uint64_t{0};
 }
 
+bool CNtfsVolume::IsRecordInUse(uint64_t fileRef) const {
+    const uint64_t byteIndex = fileRef / 8;
+    if (byteIndex >= m_Bitmap.Count() || byteIndex > m_cbBitMapActual) return false;
+    return (m_Bitmap[byteIndex] & (1u << (fileRef & 7))) != 0;
+}
+
 uint64_t CNtfsVolume::ReadNonResidentAttribute(const CAttrHeader& attr, CBuf<uint8_t>& buffer) {
     TBlockVector blocks;
     DecodeRunList(attr, m_Geometry.BytesPerCluster, blocks);

@@ -79,6 +79,10 @@ public:
     //   record in use could not be read (the caller goes on with the next).
     uint64_t GetFileRecord(uint64_t fileRef, uint8_t* buffer, int mustExist);
 
+    // True when the $MFT bitmap marks record `fileRef` in use; records past
+    // the bitmap are not.
+    bool IsRecordInUse(uint64_t fileRef) const;
+
     // Reads record `fileRef` without looking at the bitmap: 1 when a record
     // with the "FILE" signature now stands in the buffer, with its fix-ups
     // applied up to the first mismatch (lenient); 0 when the record lies

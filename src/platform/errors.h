@@ -64,6 +64,7 @@ inline constexpr uint32_t kErrNoneMapped = 1332;
 inline constexpr uint32_t kErrInvalidSid = 1337;
 inline constexpr uint32_t kErrUnrecognizedVolume = 1005;
 inline constexpr uint32_t kErrFileInvalid = 1006;
+inline constexpr uint32_t kErrFileCorrupt = 1392;
 inline constexpr uint32_t kErrCantAccessFile = 1920;
 inline constexpr uint32_t kErrCantResolveFilename = 1921;
 inline constexpr uint32_t kErrNoUnicodeTranslation = 1113;

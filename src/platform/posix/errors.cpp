@@ -75,6 +75,7 @@ const std::unordered_map<uint32_t, const char*>& ErrorTexts() {
                "corrupted."},
         {1006, "The volume for a file has been externally altered so that the opened file is "
                "no longer valid."},
+        {1392, "The file or directory is corrupted and unreadable."},
         {1113, "No mapping for the Unicode character exists in the target multi-byte code "
                "page."},
         {1168, "Element not found."},
