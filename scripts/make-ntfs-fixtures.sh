@@ -12,6 +12,8 @@
 #   make-ntfs-fixtures.sh              rebuild the committed images in fixtures/ntfs/
 #   make-ntfs-fixtures.sh --out DIR    the same images, into DIR
 #   make-ntfs-fixtures.sh --large DIR  build DIR/ntfs-100k.img (not compressed)
+#   make-ntfs-fixtures.sh --only NAME  rebuild only the committed image NAME
+#                                      (ntfs-4k.img, ..., ntfs-legacy.img)
 #
 # Needs root (or FUSE rights), mkntfs, ntfs-3g, setfattr and python3. Exits 0
 # with a message and builds nothing when FUSE mounting is impossible.
@@ -20,11 +22,13 @@ cd "$(dirname "$0")/.."
 root=$PWD
 out=$root/fixtures/ntfs
 large=""
+only=""
 while (($#)); do
   case $1 in
     --out) out=$2; shift 2 ;;
     --large) large=$2; shift 2 ;;
-    *) echo "usage: $0 [--out DIR] [--large DIR]" >&2; exit 2 ;;
+    --only) only=$2; shift 2 ;;
+    *) echo "usage: $0 [--out DIR] [--large DIR] [--only NAME]" >&2; exit 2 ;;
   esac
 done
 
@@ -202,6 +206,48 @@ for j in range(1, 2501):
 PY
 }
 
+# The legacy run's volume: junction and directory symbolic link targets with
+# files below them (one link's data long enough to be non-resident), a
+# prefix pair of folders, a dot-folder, hard links, owners, a file whose
+# names need an attribute list, and a folder with nothing that a filter
+# lets through.
+fill_legacy() {
+  local m=$mnt
+  mkdir -p "$m/data" "$m/database" "$m/.hidden" "$m/links/a" "$m/jtarget/sub" "$m/skipped/deeper"
+  echo "a" >"$m/data/a.txt"
+  echo "bb" >"$m/database/b.txt"
+  echo "hidden" >"$m/.hidden/h.txt"
+  echo "linked" >"$m/links/target.txt"
+  ln "$m/links/target.txt" "$m/links/a/second.txt"
+  echo "inner" >"$m/jtarget/inner.txt"
+  echo "deeper file" >"$m/jtarget/sub/deeper.txt"
+  echo "s" >"$m/skipped/deeper/s.txt"
+  python3 -c 'print("x" * 70000, end="")' >"$m/data/big.bin"
+  local l240 m200
+  l240=$(printf 'L%.0s' $(seq 1 240))
+  m200=$(printf 'M%.0s' $(seq 1 200))
+  mkdir -p "$m/jtarget/$l240/$m200"
+  echo "far" >"$m/jtarget/$l240/$m200/far.txt"
+  mkdir -p "$m/jlink" "$m/slink" "$m/jlong"
+  setfattr -n system.ntfs_reparse_data -v "$(blob reparse A0000003 '\??\C:\jtarget' 'C:\jtarget')" "$m/jlink"
+  setfattr -n system.ntfs_reparse_data -v "$(blob reparse A000000C '\??\C:\jtarget\sub' 'C:\jtarget\sub' 0)" "$m/slink"
+  setfattr -n system.ntfs_reparse_data -v "$(blob reparse A0000003 "\\??\\C:\\jtarget\\$l240\\$m200" "C:\\jtarget\\$l240\\$m200")" "$m/jlong"
+  mkdir -p "$m/owners"
+  echo "system" >"$m/owners/system.txt"
+  setfattr -n system.ntfs_acl -v "$(blob sd S-1-5-18)" "$m/owners/system.txt"
+  echo "admins" >"$m/owners/admins.txt"
+  setfattr -n system.ntfs_acl -v "$(blob sd S-1-5-32-544)" "$m/owners/admins.txt"
+  mkdir -p "$m/manylinks"
+  echo "many" >"$m/manylinks/base.txt"
+  local i
+  for i in $(seq 1 60); do
+    ln "$m/manylinks/base.txt" "$m/manylinks/link_with_a_rather_long_name_to_fill_records_$(printf %04d "$i").txt"
+  done
+}
+
+# wanted NAME: whether this run builds the committed image NAME.
+wanted() { [ -z "$only" ] || [ "$only" = "$1" ]; }
+
 # finish NAME: unmount and compress into the output folder.
 finish() {
   unmount_img
@@ -228,28 +274,44 @@ for i in range(100000):
 fi
 
 # 4 KiB clusters, 1 KiB records: the richest image.
-mkimage ntfs-4k.img 48M -c 4096
-mount_img "$work/ntfs-4k.img"
-fill_common
-fill_rich
-finish ntfs-4k.img
+if wanted ntfs-4k.img; then
+  mkimage ntfs-4k.img 48M -c 4096
+  mount_img "$work/ntfs-4k.img"
+  fill_common
+  fill_rich
+  finish ntfs-4k.img
+fi
 
 # 512-byte clusters: index blocks span eight clusters.
-mkimage ntfs-512.img 24M -c 512
-mount_img "$work/ntfs-512.img"
-fill_common
-fill_rich
-finish ntfs-512.img
+if wanted ntfs-512.img; then
+  mkimage ntfs-512.img 24M -c 512
+  mount_img "$work/ntfs-512.img"
+  fill_common
+  fill_rich
+  finish ntfs-512.img
+fi
 
 # 64 KiB clusters: records and index blocks smaller than a cluster.
-mkimage ntfs-64k.img 64M -c 65536
-mount_img "$work/ntfs-64k.img"
-fill_common
-finish ntfs-64k.img
+if wanted ntfs-64k.img; then
+  mkimage ntfs-64k.img 64M -c 65536
+  mount_img "$work/ntfs-64k.img"
+  fill_common
+  finish ntfs-64k.img
+fi
 
 # 4096-byte sectors, hence 4096-byte file records with eight fix-up places.
-mkimage ntfs-rec4k.img 48M -s 4096 -c 4096
-mount_img "$work/ntfs-rec4k.img"
-fill_common
-fill_rich
-finish ntfs-rec4k.img
+if wanted ntfs-rec4k.img; then
+  mkimage ntfs-rec4k.img 48M -s 4096 -c 4096
+  mount_img "$work/ntfs-rec4k.img"
+  fill_common
+  fill_rich
+  finish ntfs-rec4k.img
+fi
+
+# The legacy run's volume: small, 4 KiB clusters.
+if wanted ntfs-legacy.img; then
+  mkimage ntfs-legacy.img 8M -c 4096
+  mount_img "$work/ntfs-legacy.img"
+  fill_legacy
+  finish ntfs-legacy.img
+fi

@@ -1,0 +1,339 @@
+// The MFT scanner over a volume of synthetic file records: which rows it
+// reports, in which order, and how it fails on damaged records.
+
+#include "legacy/scanner.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <map>
+
+#include "base/utf.h"
+#include "ntfs/ntfs_record_builder.h"
+#include "platform/errors.h"
+
+namespace {
+
+using namespace ngitest::ntfs;
+using mftlib::CScanner;
+
+constexpr uint32_t kRecordSize = 1024;
+constexpr uint32_t kCluster = 4096;
+constexpr uint16_t kInUse = 1, kDirectory = 3;
+
+// Records by number, answered as the device control does: the highest in
+// use at or below the number asked; clusters of data for non-resident values.
+class CFakeVolume : public mftlib::IMftVolume {
+public:
+    std::map<uint64_t, TBytes> Records;
+    TBytes Disk = TBytes(64 * kCluster, 0);
+    uint64_t RecordCount = 64;
+    uint64_t Position = 0;
+    int Reads = 0;
+
+    bool GetVolumeData(platform::TNtfsVolumeData& data) override {
+        data.BytesPerFileRecordSegment = kRecordSize;
+        data.BytesPerCluster = kCluster;
+        data.MftValidDataLength = static_cast<int64_t>(RecordCount * kRecordSize);
+        return true;
+    }
+    bool GetFileRecord(uint64_t frn, uint8_t* out, uint32_t size, uint32_t& returned) override {
+        ++Reads;
+        auto it = Records.upper_bound(frn);
+        if (it == Records.begin()) {
+            platform::SetLastError(platform::kErrInvalidParameter);
+            return false;
+        }
+        --it;
+        returned = static_cast<uint32_t>(12 + it->second.size());
+        if (returned > size) return true;  // the scanner must notice
+        for (int i = 0; i < 8; ++i) out[i] = static_cast<uint8_t>(it->first >> (8 * i));
+        for (int i = 0; i < 4; ++i) out[8 + i] = static_cast<uint8_t>(it->second.size() >> (8 * i));
+        std::copy(it->second.begin(), it->second.end(), out + 12);
+        return true;
+    }
+    bool Seek(int64_t position) override {
+        if (position < 0) return false;
+        Position = static_cast<uint64_t>(position);
+        return true;
+    }
+    bool Read(uint8_t* buffer, uint32_t size, uint32_t& done) override {
+        done = 0;
+        if (Position + size > Disk.size()) return true;
+        std::copy(Disk.begin() + static_cast<std::ptrdiff_t>(Position),
+                  Disk.begin() + static_cast<std::ptrdiff_t>(Position + size), buffer);
+        done = size;
+        return true;
+    }
+};
+
+TBytes StandardInformation(uint64_t lastWrite, uint32_t securityId) {
+    TBytes v(72, 0);
+    Put64(v, 8, lastWrite);
+    Put32(v, 0x34, securityId);
+    return v;
+}
+
+TBytes Name(uint64_t parent, const std::u16string& name, uint8_t nameSpace = 1) {
+    return ResidentAttr(0x30, FileNameValue(parent, name, nameSpace));
+}
+
+TBytes Data(size_t size) { return ResidentAttr(0x80, TBytes(size, 'x')); }
+
+TBytes Junction(const std::u16string& target) {
+    TBytes v(16, 0);
+    Put32(v, 0, 0xA0000003);
+    Put16(v, 10, static_cast<uint16_t>(target.size() * 2));
+    for (char16_t c : target) {
+        v.push_back(static_cast<uint8_t>(c));
+        v.push_back(static_cast<uint8_t>(c >> 8));
+    }
+    return v;
+}
+
+struct TRows {
+    std::vector<std::string> Dirs;   // "name<parent row>"
+    std::vector<std::string> Files;  // "name@dir row#owner"
+    std::vector<std::string> Owners;
+};
+
+std::string U8(const std::u16string& s) { return util::Utf16ToUtf8(s); }
+
+class CScan {
+public:
+    CFakeVolume* Volume = new CFakeVolume;
+    std::unique_ptr<mftlib::IMftVolume> Owned{Volume};
+    std::vector<std::string> Include = {"c:\\"};
+    std::map<std::string, std::string> OwnerOf;  // path to SID text ("" fails)
+    std::vector<std::string> OwnerQueries;
+
+    // Records 0 to 16 are in use on every volume (the metafiles).
+    CScan() {
+        for (uint64_t frn = 0; frn <= 16; ++frn) Volume->Records[frn] = FileRecord({}, kRecordSize, kInUse);
+    }
+
+    void Dir(uint64_t frn, uint64_t parent, const std::u16string& name, std::vector<TBytes> more = {}) {
+        std::vector<TBytes> a = {ResidentAttr(0x10, StandardInformation(0, 0)), Name(parent, name)};
+        a.insert(a.end(), more.begin(), more.end());
+        Volume->Records[frn] = FileRecord(a, kRecordSize, kDirectory);
+    }
+    void File(uint64_t frn, uint64_t parent, const std::u16string& name, uint32_t securityId = 0x100,
+              size_t size = 3) {
+        Volume->Records[frn] = FileRecord(
+            {ResidentAttr(0x10, StandardInformation(1000 + frn, securityId)), Name(parent, name), Data(size)},
+            kRecordSize, kInUse);
+    }
+
+    TRows Run() {
+        mftlib::TOwnerSource owners;
+        owners.GetOwner = [this](std::u16string_view path, std::vector<uint8_t>& sid) {
+            const std::string p = util::Utf16ToUtf8(std::u16string(path));
+            OwnerQueries.push_back(p);
+            const auto it = OwnerOf.find(p);
+            if (it == OwnerOf.end() || it->second.empty()) return false;
+            // S-1-5-<rid>
+            sid = {1, 1, 0, 0, 0, 0, 0, 5};
+            const uint32_t rid = static_cast<uint32_t>(std::stoul(it->second.substr(6)));
+            for (int i = 0; i < 4; ++i) sid.push_back(static_cast<uint8_t>(rid >> (8 * i)));
+            return true;
+        };
+        owners.Accounts = nullptr;  // every lookup fails: name = SID, domain "-"
+        CScanner scanner(std::move(Owned), u"C:\\", owners);
+        TRows rows;
+        scanner.SetDirCallback([&](const mftlib::TScanDirRow& r) {
+            rows.Dirs.push_back(U8(r.Name) + "<" + std::to_string(r.ParentRowId));
+        });
+        scanner.SetFileCallback([&](const mftlib::TScanFileRow& r) {
+            rows.Files.push_back(U8(r.Name) + "@" + std::to_string(r.DirRowId) + "#" + std::to_string(r.OwnerId));
+        });
+        scanner.SetOwnerCallback([&](const mftlib::TScanOwnerRow& r) {
+            rows.Owners.push_back(U8(r.Sid) + "|" + U8(r.Name) + "|" + U8(r.Domain));
+        });
+        scanner.SetFilter([this](const std::u16string& path) {
+            std::string lower = util::Utf16ToUtf8(path);
+            for (auto& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+            for (const auto& line : Include)
+                if (lower.rfind(line, 0) == 0) return true;
+            return false;
+        });
+        scanner.ScanDirectories();
+        scanner.ScanFiles();
+        return rows;
+    }
+};
+
+using ::testing::ElementsAre;
+
+TEST(Scanner, DirectoriesAreReportedOnDemandAndRecordsBelow17NeverVisited) {
+    CScan s;
+    s.Dir(16, 5, u"reserved16");
+    s.File(15, 5, u"meta15.txt");
+    s.Dir(20, 5, u"docs");
+    s.Dir(21, 20, u"inner");
+    s.Dir(22, 5, u"empty");       // nothing below it: no row
+    s.Dir(23, 5, u"filtered");    // its only file is refused: no row
+    s.File(30, 21, u"deep.txt");
+    s.File(31, 5, u"top.txt");
+    s.File(32, 23, u"refused.txt");
+    s.Include = {"c:\\docs\\", "c:\\top.txt"};
+    const TRows rows = s.Run();
+    // Files come in descending record order; the ancestors of a file are
+    // reported root-most first, before it.
+    EXPECT_THAT(rows.Dirs, ElementsAre("<0", "docs<0", "inner<1"));
+    EXPECT_THAT(rows.Files, ElementsAre("top.txt@0#0", "deep.txt@2#0"));
+}
+
+TEST(Scanner, OneRowPerRecordUnderTheLastNameAndDosNamesPassedOver) {
+    CScan s;
+    s.Dir(20, 5, u"a");
+    s.Dir(21, 5, u"b");
+    s.Volume->Records[30] = FileRecord({ResidentAttr(0x10, StandardInformation(1, 0)), Name(20, u"first.txt", 1),
+                                        Name(21, u"LAST~1.TXT", 2), Name(21, u"last.txt", 0), Data(5)},
+                                       kRecordSize, kInUse);
+    // A record whose only name is a DOS name has no name: its row comes
+    // with an empty one (logged), which the table sink drops.
+    s.Volume->Records[31] = FileRecord({ResidentAttr(0x10, StandardInformation(1, 0)), Name(5, u"DOS~1.TXT", 2)},
+                                       kRecordSize, kInUse);
+    const TRows rows = s.Run();
+    EXPECT_THAT(rows.Files, ElementsAre("@0#0", "last.txt@1#0"));
+    EXPECT_THAT(rows.Dirs, ElementsAre("<0", "b<0"));
+}
+
+TEST(Scanner, FilesBelowALinksTargetAreReportedAgainUnderTheLink) {
+    struct TCase {
+        std::vector<std::string> include;
+        std::vector<std::string> files;
+    } cases[] = {
+        // Both paths pass: the file twice, the second time under the link's
+        // own folders, made as the link's path goes down.
+        {{"c:\\"}, {"x.txt@2#0", "x.txt@4#0"}},
+        // Only the link's path passes: once, under the link.
+        {{"c:\\link\\"}, {"x.txt@2#0"}},
+        // Only the target passes: once, where it lies.
+        {{"c:\\target\\"}, {"x.txt@2#0"}},
+    };
+    for (const auto& c : cases) {
+        CScan s;
+        s.Dir(20, 5, u"target");
+        s.Dir(21, 20, u"Sub");
+        s.Dir(22, 5, u"link", {ResidentAttr(0xC0, Junction(u"\\??\\C:\\Target"))});
+        s.File(30, 21, u"x.txt");
+        s.Include = c.include;
+        EXPECT_EQ(s.Run().Files, c.files) << c.include[0];
+    }
+}
+
+TEST(Scanner, OwnersAreAskedPerSecurityIdAndAFailureIsAskedAgain) {
+    CScan s;
+    s.Dir(20, 5, u"d");
+    s.File(40, 20, u"a.txt", 0x100);  // the query fails: owner 0, nothing kept
+    s.File(39, 20, u"b.txt", 0x100);  // asked again
+    s.File(38, 20, u"c.txt", 0x100);  // known now
+    s.File(37, 20, u"d.txt", 0x101);  // another id, the same SID: no new row
+    s.File(36, 20, u"e.txt", 0x102);
+    s.OwnerOf = {{"C:\\d\\a.txt", ""}, {"C:\\d\\b.txt", "S-1-5-18"}, {"C:\\d\\d.txt", "S-1-5-18"},
+                 {"C:\\d\\e.txt", "S-1-5-32"}};
+    const TRows rows = s.Run();
+    EXPECT_THAT(rows.Files, ElementsAre("a.txt@1#0", "b.txt@1#0", "c.txt@1#0", "d.txt@1#0", "e.txt@1#1"));
+    EXPECT_THAT(rows.Owners, ElementsAre("S-1-5-18|S-1-5-18|-", "S-1-5-32|S-1-5-32|-"));
+    EXPECT_THAT(s.OwnerQueries, ElementsAre("C:\\d\\a.txt", "C:\\d\\b.txt", "C:\\d\\d.txt", "C:\\d\\e.txt"));
+}
+
+TEST(Scanner, AttributeListLeadsToTheDataOfAnExtensionRecord) {
+    for (const bool namedFirst : {false, true}) {
+        CScan s;
+        // Base record 30: its $DATA lies in extension record 31 (instance 7).
+        TBytes list;
+        const auto entry = [&](uint32_t type, uint8_t nameLength, uint64_t ref, uint16_t instance) {
+            TBytes e(0x20, 0);
+            Put32(e, 0, type);
+            Put16(e, 4, 0x20);
+            e[6] = nameLength;
+            Put64(e, 0x10, ref);
+            Put16(e, 0x18, instance);
+            list.insert(list.end(), e.begin(), e.end());
+        };
+        if (namedFirst) entry(0x80, 3, 31, 9);
+        entry(0x80, 0, 31, 7);
+        s.Volume->Records[30] = FileRecord({ResidentAttr(0x10, StandardInformation(1, 0)), ResidentAttr(0x20, list),
+                                            Name(5, u"big.bin")},
+                                           kRecordSize, kInUse);
+        TBytes ext = FileRecord({NonResidentAttr(0x80, {0x11, 0x01, 0x05}, 0, 4096, 3000, 3000, u"", 7)},
+                                kRecordSize, kInUse);
+        Put64(ext, 0x20, 30);  // base reference: an extension record, not scanned itself
+        s.Volume->Records[31] = ext;
+        const TRows rows = s.Run();
+        ASSERT_EQ(rows.Files.size(), 1u);
+        // A named stream listed first hides the unnamed one: size 0.
+        EXPECT_EQ(rows.Files[0], "big.bin@0#0") << namedFirst;
+    }
+}
+
+TEST(Scanner, NonResidentJunctionIsReadFromItsRuns) {
+    CScan s;
+    const TBytes data = Junction(u"\\??\\C:\\target");
+    std::copy(data.begin(), data.end(), s.Volume->Disk.begin() + 5 * kCluster);
+    s.Dir(20, 5, u"target");
+    s.Dir(22, 5, u"link", {NonResidentAttr(0xC0, {0x11, 0x01, 0x05}, 0, 4096, data.size(), data.size())});
+    s.File(30, 20, u"x.txt");
+    EXPECT_THAT(s.Run().Files, ElementsAre("x.txt@1#0", "x.txt@2#0"));
+}
+
+TEST(Scanner, BadRunListOfALinkIsLoggedAndTheRecordGoesOn) {
+    CScan s;
+    s.Dir(20, 5, u"target");
+    // A run header with a length of 0 bytes: invalid.
+    s.Dir(22, 5, u"link", {NonResidentAttr(0xC0, {0x10, 0x05}, 0, 4096, 40, 40)});
+    s.File(30, 20, u"x.txt");
+    EXPECT_THAT(s.Run().Files, ElementsAre("x.txt@1#0"));
+}
+
+TEST(Scanner, DamagedVolumesEndInAnExceptionNotALoop) {
+    struct TCase {
+        const char* what;
+        std::function<void(CScan&)> damage;
+        const char* message;
+    } cases[] = {
+        {"attribute longer than the record",
+         [](CScan& s) { Put32(s.Volume->Records[30], 0x38 + 4, 5000); }, "is damaged"},
+        {"file name past its value",
+         [](CScan& s) {
+             TBytes v = FileNameValue(5, u"abc", 1);
+             v[0x40] = 200;
+             s.Volume->Records[30] =
+                 FileRecord({ResidentAttr(0x10, StandardInformation(1, 0)), ResidentAttr(0x30, v)}, kRecordSize, kInUse);
+         },
+         "is damaged"},
+        {"parents in a loop",
+         [](CScan& s) {
+             s.Dir(20, 21, u"a");
+             s.Dir(21, 20, u"b");
+             s.File(30, 20, u"x.txt");
+         },
+         "form a loop"},
+        {"a record too large for the buffer",
+         [](CScan& s) { s.Volume->Records[30].resize(kRecordSize + 100); }, "Cannot read MFT record."},
+    };
+    for (const auto& c : cases) {
+        CScan s;
+        s.File(30, 5, u"x.txt");
+        c.damage(s);
+        try {
+            s.Run();
+            ADD_FAILURE() << c.what << ": no exception";
+        } catch (const CExc& e) {
+            EXPECT_THAT(util::Utf16ToUtf8(e.GetDescription()), ::testing::HasSubstr(c.message)) << c.what;
+        }
+    }
+}
+
+TEST(Scanner, EachPassCostsOneReadPerRecordInUse) {
+    CScan s;
+    s.Volume->RecordCount = 100000;  // a stale high count: the answers skip the free records
+    s.Dir(20, 5, u"d");
+    s.File(30, 20, u"x.txt");
+    s.Run();
+    EXPECT_LE(s.Volume->Reads, 8);
+}
+
+}  // namespace
