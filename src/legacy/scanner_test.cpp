@@ -95,6 +95,7 @@ struct TRows {
     std::vector<std::string> Dirs;   // "name<parent row>"
     std::vector<std::string> Files;  // "name@dir row#owner"
     std::vector<std::string> Owners;
+    std::vector<uint64_t> Sizes;     // of each file row
 };
 
 std::string U8(const std::u16string& s) { return util::Utf16ToUtf8(s); }
@@ -145,6 +146,7 @@ public:
         });
         scanner.SetFileCallback([&](const mftlib::TScanFileRow& r) {
             rows.Files.push_back(U8(r.Name) + "@" + std::to_string(r.DirRowId) + "#" + std::to_string(r.OwnerId));
+            rows.Sizes.push_back(r.Size);
         });
         scanner.SetOwnerCallback([&](const mftlib::TScanOwnerRow& r) {
             rows.Owners.push_back(U8(r.Sid) + "|" + U8(r.Name) + "|" + U8(r.Domain));
@@ -264,8 +266,9 @@ TEST(Scanner, AttributeListLeadsToTheDataOfAnExtensionRecord) {
         s.Volume->Records[31] = ext;
         const TRows rows = s.Run();
         ASSERT_EQ(rows.Files.size(), 1u);
+        EXPECT_EQ(rows.Files[0], "big.bin@0#0");
         // A named stream listed first hides the unnamed one: size 0.
-        EXPECT_EQ(rows.Files[0], "big.bin@0#0") << namedFirst;
+        EXPECT_EQ(rows.Sizes[0], namedFirst ? 0u : 3000u);
     }
 }
 
