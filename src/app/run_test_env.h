@@ -9,6 +9,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <map>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -75,6 +76,10 @@ public:
         WriteFilter("NorvaGuestIndexer.exc.filter", exclude);
     }
 
+    // File system names the volume table sets, by mount point ("D:" "ReFS");
+    // other volumes take theirs from their device or mount.
+    std::map<std::string, std::string> FileSystems;
+
     void SetVolumes(const std::vector<TVolume>& volumes, const std::vector<TShadow>& shadows) {
         std::string text = "Windows Registry Editor Version 5.00\r\n\r\n";
         for (const auto& v : volumes) {
@@ -83,6 +88,8 @@ public:
             text += "\"VolumeName\"=\"{" + v.guid + "}\"\r\n";
             text += "\"Folder\"=\"" + v.folder.string() + "\"\r\n";
             if (!v.device.empty()) text += "\"Device\"=\"" + v.device.string() + "\"\r\n";
+            if (const auto fs = FileSystems.find(v.mountPoint); fs != FileSystems.end())
+                text += "\"FileSystem\"=\"" + fs->second + "\"\r\n";
             text += "\r\n";
         }
         int n = 0;
@@ -107,13 +114,17 @@ public:
         std::ofstream(Bin() / "NorvaGuestIndexer.SnapshotMapping.xml", std::ios::binary) << xml;
     }
 
-    // Runs "-opt yes [extra] -log <logs> <out>" (Out() unless `out` is
-    // given); the exit code.
+    // The run mode the command line gives: "-opt yes" (the optimized run) or
+    // "" (the legacy run).
+    std::string Mode = "-opt yes";
+
+    // Runs "<Mode> [extra] -log <logs> <out>" (Out() unless `out` is given);
+    // the exit code.
     int Run(const std::string& extra = {}, const fs::path& out = {}) {
         const std::string command =
             "NGI_REGISTRY_FILE=\"" + (Root() / "registry.reg").string() + "\" NGI_LOCK_DIR=\"" +
             (Root() / "locks").string() + "\" \"" + (Bin() / "NorvaGuestIndexer").string() +
-            "\" -opt yes " + extra + " -log \"" + Logs().string() + "\" \"" + (out.empty() ? Out() : out).string() + "\" >\"" +
+            "\" " + Mode + " " + extra + " -log \"" + Logs().string() + "\" \"" + (out.empty() ? Out() : out).string() + "\" >\"" +
             (Root() / "stdout").string() + "\" 2>\"" + (Root() / "stderr").string() + "\"";
         const int status = std::system(command.c_str());
         return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
