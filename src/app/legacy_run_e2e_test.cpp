@@ -90,3 +90,48 @@ TEST_F(LegacyRun, IndexesTheNtfsImageByTheScannerAndTheReFsFolderByTheWalk) {
 }
 
 }  // namespace
+
+namespace {
+
+// The rows of both runs over the same image, split into what only one of
+// them holds.
+TEST_F(LegacyRun, DiffersFromTheOptimizedRunOnlyAsTheTwoReadersDiffer) {
+    m_Run.Filters({"C:\\"}, {"C:\\skipped"});
+    ASSERT_EQ(m_Run.Run(), 0) << m_Run.Output();
+    const auto legacy = Decode(m_Run.Out() / "volume.C.ifd");
+
+    m_Run.Mode = "-opt yes";
+    m_Run.Mapping({{VolumeName(kGuidC), (m_Run.Root() / "c.img").string()}});
+    ASSERT_EQ(m_Run.Run("", m_Run.Root() / "out-opt"), 0) << m_Run.Output();
+    const auto optimized = Decode(m_Run.Root() / "out-opt" / "volume.c_.ifd");
+
+    std::set<std::string> onlyLegacy, onlyOptimized;
+    std::set_difference(legacy.begin(), legacy.end(), optimized.begin(), optimized.end(),
+                        std::inserter(onlyLegacy, onlyLegacy.end()));
+    std::set_difference(optimized.begin(), optimized.end(), legacy.begin(), legacy.end(),
+                        std::inserter(onlyOptimized, onlyOptimized.end()));
+    const std::string l(240, 'L'), m(200, 'M');
+    // The scanner reports files below a link's target again under the link,
+    // with folders made for the link's path; and the files of $Extend, whose
+    // parent it never registers, under the root.
+    EXPECT_EQ(onlyLegacy, (std::set<std::string>{
+                              "D jlink\\" + l, "D jlink\\" + l + "\\" + m, "D jlink\\sub",
+                              "F jlink\\" + l + "\\" + m + "\\far.txt 4", "F jlink\\inner.txt 6",
+                              "F jlink\\sub\\deeper.txt 12", "F jlong\\far.txt 4", "F slink\\deeper.txt 12",
+                              "F $ObjId 0", "F $Quota 0", "F $Reparse 0"}));
+    // The pipeline keeps links as reparse rows, and a row for every hard
+    // link of a file where the scanner keeps the record's last name.
+    std::set<std::string> hardLinks;
+    for (const auto& line : onlyOptimized)
+        if (line.starts_with("F ")) hardLinks.insert(line);
+    EXPECT_EQ(onlyOptimized.size() - hardLinks.size(), 3u);
+    EXPECT_EQ(onlyOptimized.count("R |jlink|jtarget"), 1u);
+    EXPECT_EQ(onlyOptimized.count("R |slink|jtarget\\sub"), 1u);
+    EXPECT_EQ(onlyOptimized.count("R |jlong|jtarget\\" + l + "\\" + m), 1u);
+    EXPECT_EQ(hardLinks.count("F links\\target.txt 7"), 1u);
+    EXPECT_EQ(hardLinks.size(), 1u + 60u);  // manylinks: 61 names, one of them in both
+    for (const auto& line : hardLinks)
+        EXPECT_TRUE(line.starts_with("F manylinks\\") || line == "F links\\target.txt 7") << line;
+}
+
+}  // namespace
