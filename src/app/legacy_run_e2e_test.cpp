@@ -135,3 +135,83 @@ TEST_F(LegacyRun, DiffersFromTheOptimizedRunOnlyAsTheTwoReadersDiffer) {
 }
 
 }  // namespace
+
+namespace {
+
+std::map<std::string, std::string> OutputFiles(const fs::path& folder) {
+    std::map<std::string, std::string> files;
+    if (!fs::exists(folder)) return files;
+    for (const auto& e : fs::directory_iterator(folder)) files[e.path().filename().string()] = ReadBytes(e.path());
+    return files;
+}
+
+// Killed at several moments, the run leaves either nothing under a final
+// name or the complete file; the next run sweeps the temporary tables and
+// writes exactly what an uninterrupted run writes.
+TEST_F(LegacyRun, AKilledRunLeavesNoPartialFileAndTheNextRunRedoesIt) {
+    for (int dir = 0; dir < 30; ++dir) {
+        const fs::path folder = m_Run.Root() / "d/bulk" / ("dir" + std::to_string(dir));
+        fs::create_directories(folder);
+        for (int file = 0; file < 300; ++file) std::ofstream(folder / ("file" + std::to_string(file) + ".txt")) << file;
+    }
+    ASSERT_EQ(m_Run.Run("", m_Run.Root() / "ref"), 0) << m_Run.Output();
+    const auto reference = OutputFiles(m_Run.Root() / "ref");
+    ASSERT_EQ(reference.size(), 3u);
+
+    int killed = 0;
+    for (const char* delay : {"0.005", "0.01", "0.02", "0.04", "0.06", "0.09"}) {
+        m_Run.Launcher = std::string("timeout -s KILL ") + delay;
+        const int code = m_Run.Run();
+        if (code != 0) ++killed;
+        for (const auto& [name, bytes] : OutputFiles(m_Run.Out())) {
+            if (name.starts_with("ifd") && name.ends_with(".tmp")) continue;  // swept by the next run
+            ASSERT_TRUE(reference.count(name)) << name << " after a kill at " << delay;
+            EXPECT_EQ(bytes, reference.at(name)) << name << " is partial after a kill at " << delay;
+        }
+    }
+    m_Run.Launcher.clear();
+    ASSERT_EQ(m_Run.Run(), 0) << m_Run.Output();
+    EXPECT_EQ(OutputFiles(m_Run.Out()), reference);
+    std::cout << "killed runs: " << killed << " of 6\n";
+}
+
+// A volume that the enumeration took for NTFS and that is something else
+// when its turn comes fails alone; the run goes on and ends normally.
+class CChangingVolumes : public platform::CVolumeTable {
+public:
+    using CVolumeTable::CVolumeTable;
+    bool GetVolumeInformation(std::u16string_view rootPath, platform::TVolumeInformation& info, uint32_t labelLength,
+                              uint32_t nameLength) override {
+        if (!CVolumeTable::GetVolumeInformation(rootPath, info, labelLength, nameLength)) return false;
+        if (info.fileSystemName == u"NTFS" && m_Asked++ > 0) info.fileSystemName = u"FAT32";
+        return true;
+    }
+
+private:
+    int m_Asked = 0;
+};
+
+TEST(LegacyRunVolumes, AnotherFileSystemFailsThatVolumeAlone) {
+    ngitest::CTempDir live, out;
+    live.WriteFile("doc.txt", "abc");
+    auto walked = walktest::Volume(u"C:", walktest::kVolC, live.Native());
+    walked.fileSystem = u"ReFS";
+    auto changing = walktest::Volume(u"D:", walktest::kVolD, live.Native());
+    changing.fileSystem = u"NTFS";
+    walktest::CTestVolumes system({walked, changing});
+    CChangingVolumes volumes({walked, changing}, {});
+
+    ngitest::CLogCapture log;
+    indexer::IndexLegacyVolumes(out.Path(), indexer::legacy::CLegacyFilter({u"c:\\", u"d:\\"}, {}), volumes);
+    EXPECT_TRUE(fs::exists(out.Native() / "volume.C.ifd"));
+    EXPECT_FALSE(fs::exists(out.Native() / "volume.D.ifd"));
+    std::string text;
+    for (const auto& line : log.Lines()) text += util::Utf16ToUtf8(line.text) + "\n";
+    EXPECT_THAT(text, HasSubstr("Unable to index volume 'D:\\'."));
+    EXPECT_THAT(text, HasSubstr("Unexpected file system '1' for volume 'D:\\'."));
+    // Nothing of the failed volume stays behind.
+    EXPECT_EQ(OutputFiles(out.Native()).size(), 2u);  // volume.C.ifd, summary.txt
+    EXPECT_THAT(TextOf(out.Native() / "summary.txt"), Not(HasSubstr("volume.D")));
+}
+
+}  // namespace

@@ -117,13 +117,15 @@ public:
     // The run mode the command line gives: "-opt yes" (the optimized run) or
     // "" (the legacy run).
     std::string Mode = "-opt yes";
+    // A command put in front of the program ("timeout -s KILL 0.1").
+    std::string Launcher;
 
     // Runs "<Mode> [extra] -log <logs> <out>" (Out() unless `out` is given);
     // the exit code.
     int Run(const std::string& extra = {}, const fs::path& out = {}) {
         const std::string command =
             "NGI_REGISTRY_FILE=\"" + (Root() / "registry.reg").string() + "\" NGI_LOCK_DIR=\"" +
-            (Root() / "locks").string() + "\" \"" + (Bin() / "NorvaGuestIndexer").string() +
+            (Root() / "locks").string() + "\" " + Launcher + " \"" + (Bin() / "NorvaGuestIndexer").string() +
             "\" " + Mode + " " + extra + " -log \"" + Logs().string() + "\" \"" + (out.empty() ? Out() : out).string() + "\" >\"" +
             (Root() / "stdout").string() + "\" 2>\"" + (Root() / "stderr").string() + "\"";
         const int status = std::system(command.c_str());
