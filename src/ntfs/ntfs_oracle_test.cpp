@@ -341,7 +341,9 @@ void CompareWithSleuthKit(const TImage& image) {
                                            [&](const TIndexEntryView&, uint64_t, uint64_t) -> uint8_t { return ++r, 1; },
                                            0, 0);
         if (fs::exists(ngitest::ntfs::SourceDir() / "fixtures" / "ntfs" / (image.Name + ".img.gz"))) {
-            EXPECT_EQ(r, 11u) << image.Name << ": the reparse points the fixture script made";
+            // The legacy volume has its three links; the others the common set.
+            EXPECT_EQ(r, image.Name == "ntfs-legacy" ? 3u : 11u)
+                << image.Name << ": the reparse points the fixture script made";
         }
     }
     ::testing::Test::RecordProperty("compared", static_cast<int>(compared));
