@@ -13,9 +13,9 @@
 // A volume that fails is logged ("Unable to index volume '%1'.") and left
 // out; its temporary tables are deleted; the others go on and the run ends
 // normally. Each volume's three tables are joined into a temporary file that
-// is renamed to the final name last, so a killed run never leaves a partial
-// index under a final name; its "ifd????.tmp" tables are swept by the next
-// run. Errors that end the run (a filter file missing or too big, the output
+// is renamed to the final name last, and summary.txt is written the same
+// way, so a killed run never leaves a partial file under a final name; its
+// "ifd????.tmp" files are swept by the next run. Errors that end the run (a filter file missing or too big, the output
 // folder, summary.txt) throw CExc under the context "IndexVolumes fail.".
 
 #include <string>
