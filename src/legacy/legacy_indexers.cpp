@@ -75,7 +75,7 @@ bool CLegacyFilter::IsFileAllowedByFilter(std::u16string_view path) const {
 bool CLegacyFilter::IsVolumeAllowedByFilter(std::u16string_view mountPoint) const {
     const std::u16string volume = util::AsciiLower(WithoutTrailingSeparator(mountPoint));
     const bool included = std::any_of(m_Include.begin(), m_Include.end(), [&](const std::u16string& line) {
-        return line.compare(0, volume.size(), volume) == 0 && line.size() >= volume.size();
+        return line.compare(0, volume.size(), volume) == 0;
     });
     if (!included) return false;
     return std::none_of(m_Exclude.begin(), m_Exclude.end(),
