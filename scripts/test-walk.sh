@@ -3,7 +3,9 @@
 # built program (budget: about two minutes):
 #   1. a run killed at random moments never leaves a partial index under
 #      the final name: volume.c_.ifd is absent or whole, and the next run
-#      finishes beside the temporary files the killed one left;
+#      finishes beside the temporary files the killed one left, writing
+#      the same bytes as an uninterrupted run; summary.txt is absent or
+#      whole after every kill;
 #   2. a tree 1,000 folders deep (paths far beyond PATH_MAX) is walked whole.
 # Uses the program of $NGI_BUILD_DIR (default build), building it if needed.
 set -euo pipefail
@@ -61,6 +63,10 @@ for percent in 2 10 25 40 55 70 85 100 120; do
   sleep "$delay"
   kill -9 "$pid" 2>/dev/null || true
   wait "$pid" 2>/dev/null || true
+  # summary.txt marks a complete run: absent, or the whole summary.
+  if [ -e "$out/summary.txt" ] && ! cmp -s "$out/summary.txt" "$work/full/summary.txt"; then
+    echo "FAIL: killed after $delay s, summary.txt is partial"; exit 1
+  fi
   if [ -e "$out/volume.c_.ifd" ]; then
     got=$(counts "$out/volume.c_.ifd") || { echo "FAIL: killed after $delay s, the final file is damaged"; exit 1; }
     [ "$got" = "$whole" ] || { echo "FAIL: killed after $delay s, the final file is partial ($got)"; exit 1; }
@@ -70,7 +76,8 @@ for percent in 2 10 25 40 55 70 85 100 120; do
     echo "killed after $delay s: no final file, $left temporary files left"
     # The next run finishes, and leaves the killed run's files in place.
     run "$work/kill" "$out" >/dev/null
-    [ "$(counts "$out/volume.c_.ifd")" = "$whole" ] || { echo "FAIL: the run after a kill"; exit 1; }
+    cmp -s "$out/volume.c_.ifd" "$work/full/volume.c_.ifd" || { echo "FAIL: the run after a kill differs"; exit 1; }
+    cmp -s "$out/summary.txt" "$work/full/summary.txt" || { echo "FAIL: summary.txt after a kill differs"; exit 1; }
     now=$(ls "$out" | grep -c '^Index.*\.tmp$' || true)
     [ "$now" = "$left" ] || { echo "FAIL: temporary files of the killed run: $left before, $now after"; exit 1; }
   fi

@@ -97,13 +97,10 @@ void IndexLegacyVolumes(const std::u16string& outputDir, const legacy::CLegacyFi
     CreateOutputDirectory(outputDir);
     idxdata::RemoveLostTempFiles(outputDir);
 
-    const std::u16string summaryName = idxdata::JoinPath(outputDir, kSummaryFileName);
-    GetLog().Detail(u"Creating metafile: [%1].", summaryName);
-    // An earlier summary goes at once; the new one is written under a
-    // temporary name (swept by the next run if this one is killed) and
-    // renamed last, so summary.txt is either absent or complete.
-    metafile::CMtfFile::Open(summaryName, metafile::EMtfCreateNewDetached);
-    const std::u16string pending = idxdata::CSeqTableWriter::GenerateTempFileName(outputDir);
+    GetLog().Detail(u"Creating metafile: [%1].", idxdata::JoinPath(outputDir, kSummaryFileName));
+    // The summary grows as volumes succeed, under a pending name.
+    RemoveSummary(outputDir);
+    const std::u16string pending = PendingSummaryName(outputDir);
     const auto summary = metafile::CMtfFile::Open(pending, metafile::EMtfCreateNewDetached);
     for (const auto& mountPoint : mountPoints) {
         const std::u16string name = LegacyVolumeName(mountPoint);
@@ -117,8 +114,7 @@ void IndexLegacyVolumes(const std::u16string& outputDir, const legacy::CLegacyFi
     }
     summary->Save();
     summary->Detach();
-    if (!platform::FileMove(pending, summaryName, platform::kMoveReplaceExisting))
-        throw CWin32Exc(u"Cannot rename [%1] to [%2].", pending, summaryName);
+    PublishSummary(pending, outputDir);
     block.Complete();
 }
 

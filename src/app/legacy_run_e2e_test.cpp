@@ -160,7 +160,10 @@ TEST_F(LegacyRun, AKilledRunLeavesNoPartialFileAndTheNextRunRedoesIt) {
 
     int killed = 0;
     for (const char* delay : {"0.005", "0.01", "0.02", "0.04", "0.06", "0.09"}) {
-        m_Run.Launcher = std::string("timeout -s KILL ") + delay;
+        // --foreground: timeout kills the program alone and reaps it, so its lock
+        // is released before the next run starts (killing the whole group
+        // would kill timeout too, before the program has finished dying).
+        m_Run.Launcher = std::string("timeout --foreground -s KILL ") + delay;
         const int code = m_Run.Run();
         if (code != 0) ++killed;
         for (const auto& [name, bytes] : OutputFiles(m_Run.Out())) {

@@ -186,6 +186,9 @@ void RunIndexVolumesOptimized(const std::u16string& outputDir, const std::u16str
         GetLog().Detail(u"Creating output directory: [%1].", outputDir);
         CreateOutputDirectory(outputDir);
         idxdata::RemoveLostTempFiles(outputDir);
+        // An earlier run's summary must not present this run's files as
+        // complete if it fails or is killed.
+        RemoveSummary(outputDir);
 
         BuildVolumeDescriptions(CFilterReader::FromProcess(), run.m_Volumes);
         const VolumeSummaryList summaries = IndexVolumeList(run);

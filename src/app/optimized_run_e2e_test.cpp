@@ -101,6 +101,10 @@ TEST(OptimizedRun, FailedVolumesAreCountedAndTheOthersStay) {
                     {"D:", kGuidD, run.Root() / "missing_d", {}},
                     {"E:", kGuidE, e, {}}}, {});
     run.Filters({"C:\\", "D:\\", "E:\\"}, {});
+    // An earlier run's summary, left from when every volume was indexed, must
+    // not present this run's files as complete.
+    fs::create_directories(run.Out());
+    std::ofstream(run.Out() / "summary.txt") << "type=ifd\r\nvolume.c=volume.c_.ifd\r\n";
     EXPECT_EQ(run.Run(), 1);
     const std::string message = "Indexing failed for 2 volume(s):  [c:], [d:].";
     EXPECT_NE(run.Output().find(message), std::string::npos) << run.Output();

@@ -117,7 +117,7 @@ public:
     // The run mode the command line gives: "-opt yes" (the optimized run) or
     // "" (the legacy run).
     std::string Mode = "-opt yes";
-    // A command put in front of the program ("timeout -s KILL 0.1").
+    // A command put in front of the program ("timeout --foreground -s KILL 0.1").
     std::string Launcher;
 
     // Runs "<Mode> [extra] -log <logs> <out>" (Out() unless `out` is given);
