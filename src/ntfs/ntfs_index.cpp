@@ -99,9 +99,15 @@ void CNtfsIndex::_ParseIndexNode(TWalk& walk, uint64_t vcn, uint32_t depth) {
         ThrowCorrupt(walk.Frn, u"index block at VCN %1 is reached twice: its child pointers form a cycle", HexOff(vcn));
 
     CBuf<uint8_t> block(g.IndexBlockSize);
-    if (walk.Attributes.Allocation->Read(offset, block.Get(), g.IndexBlockSize) < g.IndexBlockSize)
-        throw CExc(u"%1 fail. Can`t read all cluster.", kFnNode);
-    _IndexAllocationUpdateSequence(block.Get(), g.IndexBlockSize, walk.Frn);
+    try {
+        if (walk.Attributes.Allocation->Read(offset, block.Get(), g.IndexBlockSize) < g.IndexBlockSize)
+            throw CExc(u"%1 fail. Can`t read all cluster.", kFnNode);
+        _IndexAllocationUpdateSequence(block.Get(), g.IndexBlockSize, walk.Frn);
+    } catch (CExc& e) {
+        // Says which block of which directory could not be used.
+        e.AddContext(u"Index block at VCN %1 of file record FRN=0x%2.", HexOff(vcn), util::Hex16(walk.Frn));
+        throw;
+    }
     const uint64_t begin = kIbEntriesOffset + uint64_t{Le32(block.Get() + kIbEntriesOffset)};
     ParseEntries(
         block.Get(), begin > g.IndexBlockSize ? g.IndexBlockSize + 1 : static_cast<size_t>(begin), g.IndexBlockSize,

@@ -395,6 +395,46 @@ TEST_F(NtfsCorruption, ChildPointerCycleFailsInsteadOfRecursing) {
     }
 }
 
+// Found by the damaged-volume runs: an index block that could not be read
+// (an image cut inside it) or had lost its signature failed with a message
+// that named neither the directory nor the block.
+TEST_F(NtfsCorruption, AnUnusableIndexBlockNamesItsDirectoryAndVcn) {
+    const uint64_t many = Lookup(5, u"many");
+    auto allocation = std::make_shared<CAttributeContent>(&V(), many, u"$I30");
+    CNtfsAttributes(&V()).ReadAttributeContent(Record(many).data(), many, kAttrIndexAllocation, u"$I30", *allocation);
+    const uint64_t block0 = allocation->GetExtents()[0].DiskOffset;
+    const fs::path copy = s_Dir->Native() / "index-block.img";
+    for (const bool cut : {false, true}) {
+        fs::copy_file(s_Image, copy, fs::copy_options::overwrite_existing);
+        if (cut) {
+            fs::resize_file(copy, block0 + 100);
+        } else {
+            std::fstream f(copy, std::ios::in | std::ios::out | std::ios::binary);
+            f.seekp(static_cast<std::streamoff>(block0));
+            f.write("XXXX", 4);
+        }
+        ngitest::ntfs::CImageVolume v;
+        v.Open(copy);
+        std::vector<uint8_t> r(1024);
+        v.Volume().GetFileRecord(many, r.data(), 1);
+        try {
+            CNtfsIndex(&v.Volume())
+                .ParseIndexFileRecord_Process(r.data(), many, u"$I30",
+                                              [](const TIndexEntryView&, uint64_t, uint64_t) -> uint8_t { return 1; },
+                                              0, 0);
+            ADD_FAILURE() << "the damaged block was read";
+        } catch (const CExc& e) {
+            const std::string text = Text(e);
+            EXPECT_NE(text.find(cut ? "Can`t read all cluster" : "INVALID INDEX_ALLOCATION_BUFFER"), std::string::npos)
+                << text;
+            EXPECT_NE(text.find("Index block at VCN 0x"), std::string::npos) << text;
+            char frn[17];
+            std::snprintf(frn, sizeof frn, "%016llx", static_cast<unsigned long long>(many));
+            EXPECT_NE(text.find(frn), std::string::npos) << text;
+        }
+    }
+}
+
 TEST_F(NtfsCorruption, Truncations) {
     const uint64_t full = fs::file_size(s_Image);
     const uint64_t mft = V().GetVolumeGeometry().MftOffset;
