@@ -69,15 +69,13 @@ void IndexOneVolume(const CIndexRun& run, const CIndexingVolumeInfo& volume,
                     const std::u16string& dataFileName, bool& forceFindFirst) {
     GetLog().Detail(u"Indexing volume [%1]", volume.m_Name);
     CLogIndent indent;
-    std::u16string finalName;
+    CIndexBase base;
     try {
         CIncExcNode tree(volume.m_Include, volume.m_Exclude);
         GetLog().Detail(u"IncExcTree:");
         DumpTree(tree, 0);
 
-        CIndexBase base;
         base.Open(run.m_OutputDir, false, dataFileName);
-        finalName = base.GetFinalName();
 
         std::u16string readName = volume.m_Shadow;
         if (readName.empty()) {
@@ -113,10 +111,13 @@ void IndexOneVolume(const CIndexRun& run, const CIndexingVolumeInfo& volume,
         indexer.IndexVolumeFF(volume.m_Name, readName, &tree, &base);
         base.Close();
     } catch (...) {
-        // The base, released on the way out, closed what it held into the
-        // final name: an index of a failed attempt must not look finished.
-        if (!finalName.empty() && platform::FileDelete(finalName))
-            GetLog().Detail(u"Index file [%1] of the failed attempt removed.", finalName);
+        // An index of a failed attempt must not look finished, and its
+        // tables (on a full disk, the space they hold) are of no use: they
+        // are dropped, never combined into the final name.
+        if (base.IsOpen()) {
+            base.Discard();
+            GetLog().Detail(u"Temporary tables of the failed attempt removed.");
+        }
         throw;
     }
 }

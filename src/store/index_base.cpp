@@ -106,6 +106,13 @@ void CIndexBase::_OpenTable(ESlot slot, const std::u16string& stem) {
 
 // Closes what is open (errors dropped: the tables are thrown away) and
 // deletes the temporary files.
+void CIndexBase::Discard() {
+    if (!m_Opened) return;
+    _DiscardTables();
+    m_Opened = false;
+    m_CloseFailed = false;
+}
+
 void CIndexBase::_DiscardTables() {
     for (TTable& table : m_Tables) {
         if (table.collector.IsOpen()) {

@@ -71,6 +71,13 @@ public:
     void Close();
     bool IsOpen() const { return m_Opened; }
 
+    // Drops the base without combining it: its tables are closed (failures
+    // ignored) and their temporary files deleted, also after a Close that
+    // failed half-way; nothing is written under the final name. For an
+    // indexing attempt that failed, whose tables are of no use and would
+    // otherwise keep their space. Does nothing on a closed base.
+    void Discard();
+
     uint64_t GetFileCount() const { return m_Tables[kFiles].rowCount; }
     uint64_t GetDirCount() const { return m_Tables[kDirs].rowCount; }
     uint64_t GetOwnerCount() const { return m_Tables[kOwners].rowCount; }

@@ -188,6 +188,32 @@ TEST(IndexBase, FailedMoveIsReportedOnce) {
     EXPECT_EQ(dir.List().size(), 2u);  // the folder and the files table
 }
 
+// Discard drops an open base, and also the files a failed Close left:
+// nothing under the final name, no temporary file, nothing for the
+// destructor to do.
+TEST(IndexBase, DiscardLeavesNoFileEvenAfterAFailedClose) {
+    for (const bool failClose : {false, true}) {
+        CTempDir dir;
+        if (failClose) {
+            std::filesystem::create_directory(dir.Native("v.ifd"));
+            std::filesystem::create_directory(dir.Native("v.ifd") / "x");
+        }
+        {
+            CIndexBase base;
+            base.Open(dir.Dir(), true, u"v.ifd");
+            base.AddDir(u"", 0, nullptr);
+            base.AddFile(u"a.txt", 0, 0, 1, 2, nullptr);
+            if (failClose) {
+                EXPECT_ANY_THROW(base.Close());
+            }
+            base.Discard();
+            EXPECT_FALSE(base.IsOpen());
+            base.Discard();  // a closed base: nothing to do
+        }
+        EXPECT_EQ(dir.List().size(), failClose ? 1u : 0u) << failClose;  // only the blocking folder
+    }
+}
+
 TEST(IndexBase, DestructorClosesAnOpenBase) {
     CTempDir dir;
     {
