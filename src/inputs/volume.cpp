@@ -123,6 +123,8 @@ const std::vector<uint32_t>& CVolume::GetDiskNumbers() {
         if (error != platform::kErrInvalidFunction && error != platform::kErrMoreData)
             throw CWin32Exc(u"Unable to retrieve location of a volume '%1' on the physical disks.",
                             m_VolumeName, error);
+        // Room for the count reported; a 234 that reports no more than one
+        // extent has no second query to make and counts as a failed one.
         if (error == platform::kErrMoreData && extents.NumberOfDiskExtents > 1)
             placed = m_Control.GetVolumeDiskExtents(volume.Get(), extents.NumberOfDiskExtents, extents);
     }

@@ -32,12 +32,9 @@ public:
 
     bool GetDiskFreeSpaceEx(std::u16string_view folder, TDiskFreeSpace& space) override {
         posix::TNativeAt at;
-        if (folder.empty()) {
-            at.name = ".";
-        } else if (!posix::OpenPathAt(folder, at)) {
-            return false;
-        }
-        const posix::CFd fd(::openat(at.dir, at.name.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+        if (!folder.empty() && !posix::OpenPathAt(folder, at)) return false;
+        const char* name = folder.empty() ? "." : at.name.c_str();  // empty: the current folder
+        const posix::CFd fd(::openat(at.dir, name, O_PATH | O_DIRECTORY | O_CLOEXEC));
         if (fd.Get() < 0) {
             if (errno == ENOTDIR) return posix::Fail(kErrDirectory);
             return posix::FailErrnoAt(at);
