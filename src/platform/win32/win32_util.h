@@ -32,6 +32,7 @@
 #undef GetDriveType
 #undef GetVolumeInformation
 #undef QueryDosDevice
+#undef GetDiskFreeSpaceEx
 
 #include <cstdint>
 #include <string>
