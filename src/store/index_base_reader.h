@@ -14,8 +14,9 @@
 //
 // Limits: kMaxDirs directory rows ("%1 fail. Too many directories! [0x%2].")
 // and kMaxOwners owner rows ("%1 fail. Too many owners! [0x%2]."), so the
-// arrays stay under 1 GiB and 128 MiB; a consumer may set lower ones. A file row's owner must name an owner
-// row, except 0 ("no known owner"), accepted in a base without owner rows.
+// arrays stay under 1 GiB and 128 MiB; a consumer may set lower ones
+// (TLimits). A file row's owner must name an owner row, except 0 ("no known
+// owner"), accepted in a base without owner rows.
 //
 // Errors: besides the texts of the table readers (seq_table_reader.h), the
 // fixed texts of the .cpp, %1 being the full function name. A damaged file

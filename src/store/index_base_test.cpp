@@ -310,7 +310,7 @@ std::u16string RowName(uint64_t seed, uint64_t i) {
 // them with every owner, sizes and times over the whole 64-bit range, and
 // reparse rows. File rows are read back now and then while the table grows
 // (flushed, cached or evicted); every row of every table is read back from
-// the final file. (About 0.5 s plain, 4 s under the sanitizers.)
+// the final file. (About 0.5 s plain, 3.5 s under the sanitizers.)
 TEST(IndexBase, MillionRowRoundTrip) {
     constexpr uint64_t kFiles = 1000000, kDirs = 100000, kReparses = 3000;
     auto dirName = [](uint64_t i) { return i == 0 ? std::u16string() : RowName(i * 4 + 1, i); };
