@@ -10,6 +10,7 @@
 
 #include "app/entry.h"
 #include "platform/process.h"
+#include "testing/build_kind.h"
 #include "testing/run_program.h"
 #include "testing/temp_dir.h"
 #include "testing/temp_registry.h"
@@ -97,6 +98,53 @@ TEST_F(CProgramFixture, SecondInstanceIsRefused) {
     EXPECT_EQ(r.out, "");
     EXPECT_EQ(r.err, "Error: Other instance of indexer detected.\n");
     EXPECT_FALSE(fs::exists(dir.Native() / "logs"));  // nothing else touched
+}
+
+// The lock file of the single-instance mutex cannot be made, for a reason
+// other than another instance: the "Error:" row with the system's text, and
+// nothing else touched (the log is not set up yet).
+TEST_F(CProgramFixture, MutexThatCannotBeCreated) {
+    dir.WriteFile("a-file", "x");
+    struct Case {
+        const char* lockDir;
+        std::string systemText;
+    } cases[] = {
+        {"a-file", "Win32 error:The system cannot find the path specified.\r\n Code: 3"},
+        {"missing", "Win32 error:The system cannot find the file specified.\r\n Code: 2"},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.lockDir);
+        auto r = Exec("-log " + Out("logs") + " " + Out("out"), "NGI_LOCK_DIR=" + Out(c.lockDir) + " ");
+        EXPECT_EQ(r.exitCode, 1);
+        EXPECT_EQ(r.out, "");
+        EXPECT_EQ(r.err, "Error: Cannot create mutex.\r\n" + c.systemText + "\n");
+        EXPECT_FALSE(fs::exists(dir.Native() / "logs"));
+        EXPECT_FALSE(fs::exists(dir.Native() / "out"));
+    }
+}
+
+// An exception that is not a CExc leaves the run: the entry point's
+// catch-all answers "Error: Unhandled exception." and 1. Provoked as a
+// machine short of memory would: under an address-space limit the registry
+// file, which is read whole, cannot be held (64 MiB, the most the reader
+// takes, as a hole). The same limit with a small registry runs on to the
+// ordinary failure of a missing filter file, so the program had room to
+// start, and the memory ran out where it was meant to. (Here that run stops
+// at the filter files missing beside the built program.)
+TEST_F(CProgramFixture, ExceptionThatIsNotACExc) {
+    if (ngitest::kSanitizedBuild) GTEST_SKIP() << "the sanitizers cannot start under an address-space limit";
+    dir.WriteFile("small.reg", "Windows Registry Editor Version 5.00\r\n");
+    dir.WriteFile("big.reg", "Windows Registry Editor Version 5.00\r\n");
+    fs::resize_file(dir.Native() / "big.reg", 64 * 1024 * 1024);
+    const std::string limit = "ulimit -v 98304; ";  // KiB: the program takes about 45 MiB to start
+    auto control = Exec("-opt yes " + Out("out"), limit + "NGI_REGISTRY_FILE=" + Out("small.reg") + " ");
+    ASSERT_TRUE(control.exitCode == 0 || control.err.rfind("Error: ", 0) == 0) << control.err;
+    ASSERT_EQ(control.err.find("Unhandled exception"), std::string::npos);
+
+    auto r = Exec("-opt yes " + Out("out"), limit + "NGI_REGISTRY_FILE=" + Out("big.reg") + " ");
+    EXPECT_EQ(r.exitCode, 1);
+    EXPECT_EQ(r.out, "");
+    EXPECT_EQ(r.err, "Error: Unhandled exception.\n");
 }
 
 TEST_F(CProgramFixture, LogFileOfARun) {

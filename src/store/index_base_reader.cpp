@@ -1,5 +1,6 @@
 #include "store/index_base_reader.h"
 
+#include <algorithm>
 #include <iterator>
 
 #include "base/exc.h"
@@ -133,10 +134,10 @@ void CIndexBaseReader::_CheckDirId(CSeqTableReader& table, uint64_t rowId, uint6
 // after its child in the table.
 void CIndexBaseReader::PrepareIdIndexes() {
     const uint64_t dirCount = GetDirCount();
-    if (dirCount > kMaxDirs)
+    if (dirCount > std::min(m_Limits.maxDirs, kMaxDirs))
         throw CExc(u"%1 fail. Too many directories! [0x%2].", kPrepare, util::Hex16(dirCount));
     const uint64_t ownerCount = GetOwnerCount();
-    if (ownerCount > kMaxOwners)
+    if (ownerCount > std::min(m_Limits.maxOwners, kMaxOwners))
         throw CExc(u"%1 fail. Too many owners! [0x%2].", kPrepare, util::Hex16(ownerCount));
 
     CSeqTableReader dirs = *m_Dirs;

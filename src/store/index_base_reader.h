@@ -14,8 +14,9 @@
 //
 // Limits: kMaxDirs directory rows ("%1 fail. Too many directories! [0x%2].")
 // and kMaxOwners owner rows ("%1 fail. Too many owners! [0x%2]."), so the
-// arrays stay under 1 GiB and 128 MiB. A file row's owner must name an owner
-// row, except 0 ("no known owner"), accepted in a base without owner rows.
+// arrays stay under 1 GiB and 128 MiB; a consumer may set lower ones
+// (TLimits). A file row's owner must name an owner row, except 0 ("no known
+// owner"), accepted in a base without owner rows.
 //
 // Errors: besides the texts of the table readers (seq_table_reader.h), the
 // fixed texts of the .cpp, %1 being the full function name. A damaged file
@@ -41,7 +42,15 @@ public:
     static constexpr uint64_t kMaxDirs = 0x08000000;
     static constexpr uint64_t kMaxOwners = 0x01000000;
 
+    // The most directory and owner rows PrepareIdIndexes accepts; values
+    // above kMaxDirs and kMaxOwners count as those.
+    struct TLimits {
+        uint64_t maxDirs = kMaxDirs;
+        uint64_t maxOwners = kMaxOwners;
+    };
+
     CIndexBaseReader() = default;
+    explicit CIndexBaseReader(const TLimits& limits) : m_Limits(limits) {}
     CIndexBaseReader(const CIndexBaseReader&) = delete;
     CIndexBaseReader& operator=(const CIndexBaseReader&) = delete;
 
@@ -90,6 +99,7 @@ private:
     idxdata::CSeqTableReader& _Table(std::optional<idxdata::CSeqTableReader>& table);
     void _CheckDirId(idxdata::CSeqTableReader& table, uint64_t rowId, uint64_t dirId) const;
 
+    TLimits m_Limits;
     std::u16string m_FileName;
     idxdata::CBuffFileReader m_Reader;
     std::unique_ptr<idxdata::CDataFileReader> m_Data;

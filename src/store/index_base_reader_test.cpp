@@ -4,10 +4,14 @@
 // sanitizers), and the reader's own checks give their texts.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
+
 #include "base/utf.h"
 #include "store/index_base.h"
 #include "store/index_base_reader.h"
 #include "store/store_test_util.h"
+#include "testing/log_capture.h"
 
 using indexer::CIndexBase;
 using indexer::CIndexBaseReader;
@@ -244,6 +248,119 @@ TEST(IndexBaseReader, ContentChecks) {
         EXPECT_CEXC(ReadFully(dir.Path(u"c.ifd")),
                     EXPECT_NE(Deepest(e).find(c.expected), std::u16string::npos) << util::Utf16ToUtf8(Deepest(e)));
     }
+}
+
+// The bytes of a base of one root directory, no owner and no file, cut after
+// its owners table (a reader takes the reparse table as optional), with the
+// owners table claiming `owners` rows. The rows are zero bytes (three empty
+// strings each) added as a hole at the end of the file, so a count that
+// passes a limit costs no disk.
+void WriteBaseWithZeroOwners(const CTempDir& dir, const std::string& name, uint64_t owners) {
+    {
+        CIndexBase base;
+        base.Open(dir.Dir(), false, u"plain.ifd");
+        base.AddDir(u"", 0, nullptr);
+        base.Close();
+    }
+    std::vector<idxdata::TTableInfo> tables;
+    {
+        CIndexBaseReader reader;
+        reader.Open(dir.Path(u"plain.ifd"));
+        tables = reader.GetTables();
+    }
+    ASSERT_EQ(tables.size(), 4u);
+    const idxdata::TTableInfo& own = tables[2];
+    ASSERT_EQ(own.tableId, idxdata::TableOwners);
+    auto bytes = ReadAll(dir.Native("plain.ifd"));
+    bytes.resize(own.end);
+    const size_t countAt = own.start + idxdata::TableHeaderSize(own.fieldCount) - 8;
+    for (int i = 0; i < 8; ++i) {
+        bytes[own.start + idxdata::kOffNextTable + i] = 0;
+        bytes[countAt + i] = static_cast<uint8_t>(owners >> (8 * i));
+    }
+    WriteAll(dir.Native(name), bytes);
+    std::filesystem::resize_file(dir.Native(name), own.end + owners * 12);
+}
+
+// The steps of Open in the log: the file, the reparse table where there is
+// one, the end; a file refused after it was read has no end line.
+TEST(IndexBaseReader, OpenLogsItsSteps) {
+    CTempDir dir;
+    WriteSmallBase(dir, u"good.ifd");
+    WriteBaseWithZeroOwners(dir, "noreparse.ifd", 0);
+    auto damaged = ReadAll(dir.Native("good.ifd"));
+    damaged[0] = 'X';
+    WriteAll(dir.Native("damaged.ifd"), damaged);
+    struct TCase {
+        const char16_t* name;
+        bool reparses;
+        bool complete;
+    } cases[] = {{u"good.ifd", true, true}, {u"noreparse.ifd", false, true}, {u"damaged.ifd", false, false}};
+    for (const auto& c : cases) {
+        SCOPED_TRACE(util::Utf16ToUtf8(c.name));
+        const std::u16string path = dir.Path(c.name);
+        std::vector<std::u16string> expected = {u"Index base file [" + path + u"] was opened."};
+        if (c.reparses) expected.push_back(u"Reparse point indexes found in index base [" + path + u"].");
+        if (c.complete) expected.push_back(u"CIndexBaseReader::Open! complete");
+        ngitest::CLogCapture log;
+        CIndexBaseReader reader;
+        try {
+            reader.Open(path);
+        } catch (const CExc&) {
+            EXPECT_FALSE(c.complete);
+        }
+        std::vector<std::u16string> texts;
+        for (const auto& line : log.Lines()) texts.push_back(line.text);
+        EXPECT_EQ(texts, expected) << util::Utf16ToUtf8(log.Text());
+        EXPECT_EQ(reader.IsOpen(), c.complete);
+    }
+}
+
+// The row limits of PrepareIdIndexes, lowered to the small base's 3
+// directories and 2 owners: a count at the limit passes, one over it fails,
+// the directories are checked first, and nothing is prepared on a failure.
+TEST(IndexBaseReader, RowLimits) {
+    CTempDir dir;
+    WriteSmallBase(dir, u"good.ifd");
+    const std::u16string dirs = u"indexer::CIndexBaseReader::PrepareIdIndexes fail. Too many directories! "
+                                u"[0x0000000000000003].";
+    const std::u16string owners = u"indexer::CIndexBaseReader::PrepareIdIndexes fail. Too many owners! "
+                                  u"[0x0000000000000002].";
+    struct TCase {
+        uint64_t maxDirs, maxOwners;
+        std::u16string expected;  // empty: accepted
+    } cases[] = {
+        {3, 2, u""},
+        {2, 2, dirs},
+        {3, 1, owners},
+        {0, 0, dirs},
+        {CIndexBaseReader::kMaxDirs + 1, CIndexBaseReader::kMaxOwners + 1, u""},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(std::to_string(c.maxDirs) + " " + std::to_string(c.maxOwners));
+        CIndexBaseReader reader({c.maxDirs, c.maxOwners});
+        reader.Open(dir.Path(u"good.ifd"));
+        if (c.expected.empty()) {
+            reader.PrepareIdIndexes();
+            EXPECT_EQ(reader.GetDirPath(2), u"Users\\Public");
+        } else {
+            EXPECT_CEXC(reader.PrepareIdIndexes(), EXPECT_EQ(Deepest(e), c.expected));
+            EXPECT_CEXC(reader.GetDirIndexById(0), EXPECT_NE(Deepest(e).find(u"is empty"), std::u16string::npos));
+        }
+    }
+}
+
+// The owner limit itself, kMaxOwners (0x01000000): one row more is refused
+// before anything is allocated for the rows. The file is 192 MiB of hole.
+TEST(IndexBaseReader, OwnersOverTheLimit) {
+    CTempDir dir;
+    WriteBaseWithZeroOwners(dir, "owners.ifd", CIndexBaseReader::kMaxOwners + 1);
+    CIndexBaseReader reader;
+    reader.Open(dir.Path(u"owners.ifd"));
+    ASSERT_EQ(reader.GetOwnerCount(), 0x01000001u);
+    EXPECT_CEXC(reader.PrepareIdIndexes(),
+                EXPECT_EQ(Deepest(e), u"indexer::CIndexBaseReader::PrepareIdIndexes fail. Too many owners! "
+                                      u"[0x0000000001000001]."));
 }
 
 }  // namespace
