@@ -6,7 +6,9 @@
 #      finishes beside the temporary files the killed one left, writing
 #      the same bytes as an uninterrupted run; summary.txt is absent or
 #      whole after every kill;
-#   2. a tree 1,000 folders deep (paths far beyond PATH_MAX) is walked whole.
+#   2. a tree 1,000 folders deep (paths far beyond PATH_MAX) is walked whole;
+#   3. one folder of 100,000 entries (NGI_WIDE_ENTRIES; the benchmark
+#      script bench-walk.sh has the million) is indexed whole.
 # Uses the program of $NGI_BUILD_DIR (default build), building it if needed.
 set -euo pipefail
 cd "$(dirname "$0")/.."
@@ -96,4 +98,16 @@ run "$work/deep-run" "$work/deep-out" >/dev/null
 got=$(counts "$work/deep-out/volume.c_.ifd")
 [ "$got" = "1001 1" ] || { echo "FAIL: deep tree gives $got"; exit 1; }
 echo "deep tree: $got (directories, files)"
+echo "--- one folder of ${NGI_WIDE_ENTRIES:=100000} entries"
+# The million-entry folder of the benchmark, smaller: every entry indexed.
+wide=$work/wide
+mkdir -p "$wide/all"
+(cd "$wide/all" && seq -f "entry-%07g" 1 "$NGI_WIDE_ENTRIES" | xargs touch)
+instance "$work/wide-run" "$wide"
+start=$(date +%s%N)
+run "$work/wide-run" "$work/wide-out" >/dev/null
+took=$(( ($(date +%s%N) - start) / 1000000 ))
+got=$(counts "$work/wide-out/volume.c_.ifd")
+[ "$got" = "2 $NGI_WIDE_ENTRIES" ] || { echo "FAIL: wide folder gives $got"; exit 1; }
+echo "wide folder: $got (directories, files) in $took ms"
 echo "test-walk: passed"
