@@ -69,6 +69,19 @@ inline TIstatSecurity IstatSecurity(const std::filesystem::path& image, uint64_t
     return s;
 }
 
+// What ntfs-3g's ntfssecaudit says of the file at `path` ("/a/b"): its
+// security id ("Security key", nullopt when none) and the owner SID of its
+// descriptor ("Windows owner", empty when not shown).
+inline TIstatSecurity SecauditSecurity(const std::filesystem::path& image, const std::string& path) {
+    TIstatSecurity s;
+    if (path.find('\'') != std::string::npos) return s;
+    const std::string out = RunCommand("ntfssecaudit -v " + Quote(image) + " '" + path + "' 2>/dev/null");
+    const size_t key = out.find("Security key : 0x"), owner = out.find("Windows owner ");
+    if (key != std::string::npos) s.Id = static_cast<uint32_t>(std::stoul(out.substr(key + 17), nullptr, 16));
+    if (owner != std::string::npos) s.Owner = out.substr(owner + 14, out.find('\n', owner) - owner - 14);
+    return s;
+}
+
 // Decompresses a .gz image into a sparse file; false when that failed.
 inline bool Decompress(const std::filesystem::path& gz, const std::filesystem::path& out) {
     const std::string command =
