@@ -1,6 +1,13 @@
-// Differential tests: what the reader finds on real NTFS images against what
-// the Sleuth Kit (fls, istat) reports, and against libfsntfs (fsntfsinfo) on
-// the one image the Sleuth Kit cannot open (2 MiB clusters).
+// Differential tests: what the reader finds on real NTFS images (fixtures and
+// shared samples) against two readers written apart from it:
+// - the Sleuth Kit, on every image it opens: fls for names, parents, sizes,
+//   last-write times and folders (and each folder's $I30 walk and lookups);
+//   istat for security ids, one record of each id plus an even spread (one
+//   istat per record would take minutes);
+// - libfsntfs (fsntfsinfo -E all), on every image, the 2 MiB-cluster one
+//   included: every base record in use with its names, folder or file,
+//   size, last-write time to the 100 ns and security id; and the folder tree
+//   of the 2 MiB-cluster image by path.
 //
 // Differences that the reader has on purpose, and how they are handled here:
 // - DOS-only short names are refused by the reader; fls does not list them
@@ -8,6 +15,8 @@
 // - fls lists names reachable from the root only; records in use that no
 //   folder names (none on these images) would be reported as extra.
 // - fls gives times in whole seconds: the reader's FILETIME is cut to that.
+// - This libfsntfs decodes surrogate pairs into the wrong character (fls
+//   agrees with the reader): characters beyond the BMP count only as there.
 #include <gtest/gtest.h>
 
 #include <algorithm>
