@@ -1,7 +1,7 @@
 #pragma once
 // Tests only: runs the fast pipeline over a volume image into an index file
-// and reads the result back as path sets; the Sleuth Kit's listing in the
-// same form.
+// and reads the result back as path sets; the Sleuth Kit's listing and
+// libfsntfs's records in the same form.
 
 #include <filesystem>
 #include <map>
@@ -13,6 +13,7 @@
 
 #include "base/utf.h"
 #include "fast/volume_ntfs_indexer.h"
+#include "ntfs/fsntfsinfo_listing.h"
 #include "ntfs/ntfs_test_util.h"
 #include "store/index_base_reader.h"
 #include "testing/temp_dir.h"
@@ -141,6 +142,88 @@ inline TFlsContent RunFls(const fs::path& image) {
             c.Files.insert({path, std::stoull(f[6]), std::stoll(f[8])});
     }
     return c;
+}
+
+// libfsntfs's records (ngitest::ntfs::RunFsntfsinfo) as the rows an index
+// should hold: folders reached from the root through folders in use, without
+// metafiles (records below 16, $Extend and below) and DOS-only names; files
+// with the size of their unnamed $DATA and the $STANDARD_INFORMATION time in
+// whole seconds. Records gives the record behind each path.
+struct TFsntfsContent {
+    std::set<std::string> Dirs{""};
+    std::set<TFileRow> Files;
+    std::map<std::string, uint64_t> Records;
+};
+
+inline TFsntfsContent RowsFromFsntfs(const std::map<uint64_t, ngitest::ntfs::TFsntfsRecord>& records) {
+    TFsntfsContent c;
+    auto firstName = [](const ngitest::ntfs::TFsntfsRecord& r) -> const ngitest::ntfs::TFsntfsName* {
+        for (const auto& n : r.Names)
+            if (n.Namespace != 2) return &n;
+        return nullptr;
+    };
+    // A folder's path, or nullopt when its chain leaves the user's tree;
+    // chains are followed at most 4096 levels.
+    std::map<uint64_t, std::optional<std::string>> paths{{5, std::string()}};
+    auto pathOf = [&](uint64_t folder) -> std::optional<std::string> {
+        std::vector<uint64_t> chain;
+        uint64_t at = folder;
+        while (!paths.count(at)) {
+            const auto it = records.find(at);
+            const ngitest::ntfs::TFsntfsName* name = it == records.end() ? nullptr : firstName(it->second);
+            if (chain.size() > 4096 || !name || !ngitest::ntfs::IsUserRecord(at, it->second) ||
+                !it->second.Directory) {
+                paths[at] = std::nullopt;
+                break;
+            }
+            chain.push_back(at);
+            at = name->Parent;
+        }
+        for (auto rit = chain.rbegin(); rit != chain.rend(); ++rit) {
+            const std::optional<std::string>& parent = paths[firstName(records.at(*rit))->Parent];
+            paths[*rit] = parent ? std::optional<std::string>((parent->empty() ? "" : *parent + "/") +
+                                                              firstName(records.at(*rit))->Name)
+                                 : std::nullopt;
+        }
+        return paths[folder];
+    };
+    for (const auto& [number, r] : records) {
+        if (number < 16 || !ngitest::ntfs::IsUserRecord(number, r)) continue;
+        for (const auto& n : r.Names) {
+            if (n.Namespace == 2) continue;
+            const std::optional<std::string> dir = pathOf(n.Parent);
+            if (!dir) continue;
+            const std::string path = (dir->empty() ? "" : *dir + "/") + n.Name;
+            c.Records[path] = number;
+            if (r.Directory)
+                c.Dirs.insert(path);
+            else
+                c.Files.insert({path, r.DataSize.value_or(0),
+                                static_cast<int64_t>(r.ModificationTime / 10000000) -
+                                    static_cast<int64_t>(kEpochDelta / 10000000)});
+        }
+    }
+    return c;
+}
+
+// A path with every character beyond the BMP (4-byte UTF-8) as "?": this
+// libfsntfs decodes surrogate pairs into the wrong character.
+inline std::string BlurAstral(std::string path) {
+    for (size_t i = 0; i < path.size(); ++i)
+        if ((static_cast<unsigned char>(path[i]) & 0xF8) == 0xF0) path.replace(i, 4, "?");
+    return path;
+}
+
+inline std::set<std::string> BlurAstral(const std::set<std::string>& paths) {
+    std::set<std::string> out;
+    for (const std::string& p : paths) out.insert(BlurAstral(p));
+    return out;
+}
+
+inline std::set<TFileRow> BlurAstral(const std::set<TFileRow>& rows) {
+    std::set<TFileRow> out;
+    for (const auto& [path, size, time] : rows) out.insert({BlurAstral(path), size, time});
+    return out;
 }
 
 // The elements of a that b lacks, one per line, at most 20.

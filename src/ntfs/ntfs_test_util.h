@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <fstream>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -43,6 +44,42 @@ inline std::string RunCommand(const std::string& command) {
 
 inline bool HaveTool(const std::string& tool) {
     return std::system(("command -v " + tool + " >/dev/null 2>&1").c_str()) == 0;
+}
+
+// What istat says of a record's $STANDARD_INFORMATION security: the id, and
+// in brackets the owner SID of the descriptor $Secure holds for it. Id
+// nullopt when istat shows none (the early 48-byte form, or no record);
+// Owner empty when istat gives no SID.
+struct TIstatSecurity {
+    std::optional<uint32_t> Id;
+    std::string Owner;
+};
+
+inline TIstatSecurity IstatSecurity(const std::filesystem::path& image, uint64_t record) {
+    TIstatSecurity s;
+    const std::string out = RunCommand("istat " + Quote(image) + " " + std::to_string(record) + " 2>/dev/null");
+    const size_t at = out.find("Security ID: ");
+    if (at == std::string::npos ||
+        out.find("$STANDARD_INFORMATION (16-0)   Name: N/A   Resident   size: 48") != std::string::npos)
+        return s;
+    s.Id = static_cast<uint32_t>(std::stoul(out.substr(at + 13)));
+    const size_t open = out.find('(', at), end = out.find('\n', at);
+    const size_t close = out.find(')', open == std::string::npos ? at : open);
+    if (open != std::string::npos && open < end && close < end) s.Owner = out.substr(open + 1, close - open - 1);
+    return s;
+}
+
+// What ntfs-3g's ntfssecaudit says of the file at `path` ("/a/b"): its
+// security id ("Security key", nullopt when none) and the owner SID of its
+// descriptor ("Windows owner", empty when not shown).
+inline TIstatSecurity SecauditSecurity(const std::filesystem::path& image, const std::string& path) {
+    TIstatSecurity s;
+    if (path.find('\'') != std::string::npos) return s;
+    const std::string out = RunCommand("ntfssecaudit -v " + Quote(image) + " '" + path + "' 2>/dev/null");
+    const size_t key = out.find("Security key : 0x"), owner = out.find("Windows owner ");
+    if (key != std::string::npos) s.Id = static_cast<uint32_t>(std::stoul(out.substr(key + 17), nullptr, 16));
+    if (owner != std::string::npos) s.Owner = out.substr(owner + 14, out.find('\n', owner) - owner - 14);
+    return s;
 }
 
 // Decompresses a .gz image into a sparse file; false when that failed.

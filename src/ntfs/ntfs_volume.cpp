@@ -78,6 +78,7 @@ uint64_t CNtfsVolume::InitMftInfo(platform::NativeHandle volume) {
     m_Cache.SetCacheProps(18, 32);
     m_Cache.OpenForReadByHandle(volume);
     m_FileRecordCount = 0;
+    m_MftDataSize = ~uint64_t{0};
     _ReadBootSector();
     m_Cache.SetReadMaxLimit(m_VolumeSize);
     _ProcessFirstMFTRecord();
@@ -154,6 +155,10 @@ void CNtfsVolume::_ProcessFirstMFTRecord() {
     log.Detail(u"$MFT $BITMAP block descriptions length %1 records", util::ToStrU64(bitmapBlocks.size()));
     SortBlocks(bitmapBlocks);
     SortBlocks(m_MftBlocks);
+    // The runs are allocated ahead of the stream: the records behind the
+    // stream's size are no records (whatever stale bytes or bitmap bits the
+    // clusters there hold), so the table ends at the size when it ends first.
+    m_FileRecordCount = std::min(m_FileRecordCount, m_MftDataSize / m_Geometry.FileRecordSize);
 
     if (m_Bitmap.Count() == 0) throw CExc(u"%1. $MFT %BITMAP empty!", kFnFirstRecord);
     log.Detail(u"Reading $MFT $BITMAP. Actual $BITMAP size=0x%1, Allocated size=0x%2.",
@@ -173,6 +178,8 @@ void CNtfsVolume::_ProcessAttributeMftData(const CAttrHeader& attr) {
     const uint8_t flag = attr.NonResidentFlag();
     if (flag == 0) throw CWin32Exc(u"%1 fail. RESIDENT_FORM for $MFT.", kFnMftData);
     if (flag != 1) return;
+    // The first extent holds the stream's size; later extents only add runs.
+    if (attr.LowestVcn() == 0) m_MftDataSize = attr.FileSize();
     const uint64_t vcn = DecodeRunList(attr, m_Geometry.BytesPerCluster, m_MftBlocks);
     m_FileRecordCount = vcn * m_Geometry.BytesPerCluster / m_Geometry.FileRecordSize;
 }
@@ -254,6 +261,13 @@ uint64_t CNtfsVolume::GetFileRecord(uint64_t fileRef, uint8_t* buffer, int mustE
             // than stepping (and logging) record by record to the count.
             return std::max(fileRef + 1, m_FileRecordCount);
         }
+        // Past the table there is no record, whatever bit the bitmap's
+        // allocated tail holds.
+        if (fileRef >= m_FileRecordCount) {
+            if (mustExist)
+                throw CExc(u"%1 fail. FileRecord=0x%2 is not actual.", kFnGetRecord, util::Hex16(fileRef));
+            return m_FileRecordCount;
+        }
         const uint8_t bits = m_Bitmap[byteIndex];
         if (bits & (1u << (fileRef & 7))) break;
         if (mustExist)
@@ -261,7 +275,6 @@ uint64_t CNtfsVolume::GetFileRecord(uint64_t fileRef, uint8_t* buffer, int mustE
         // A whole clear byte is passed in one step.
         if (bits == 0 && (fileRef & 7) == 0 && fileRef + 8 <= m_FileRecordCount) fileRef += 8;
         else ++fileRef;
-        if (fileRef >= m_FileRecordCount) return fileRef;
     }
     if (GetFileRecordWithoutExistTest(fileRef, buffer)) return fileRef;
     GetLog().Error(u"%1 fail! FileRecord not found by FileReference! FileReferenceNumber=0x%2", kFnGetRecord,

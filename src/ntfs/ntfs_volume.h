@@ -59,8 +59,9 @@ public:
     CNtfsVolume(const CNtfsVolume&) = delete;
     CNtfsVolume& operator=(const CNtfsVolume&) = delete;
 
-    // Reads the boot sector and record 0; returns the number of file records
-    // (the VCN behind the last $MFT $DATA run, in records). Log block "Mft
+    // Reads the boot sector and record 0; returns the number of file records:
+    // the $MFT $DATA stream's size in records, or the VCN behind its last run
+    // in records when the runs end first. Log block "Mft
     // info initialize". REQUIRES: called once, first.
     uint64_t InitMftInfo(platform::NativeHandle volume);
 
@@ -121,6 +122,7 @@ private:
     void _ReadExact(uint64_t position, uint8_t* buffer, uint32_t size, std::u16string_view what);
 
     uint64_t m_FileRecordCount = 0;
+    uint64_t m_MftDataSize = ~uint64_t{0};  // bytes, from the first $DATA extent
     TVolumeGeometry m_Geometry;
     TBlockVector m_MftBlocks;
     CBuf<uint8_t> m_Bitmap;
