@@ -10,7 +10,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 budget=${NGI_FUZZ_SECONDS:-180}
-targets=(fuzz_file_record fuzz_index_block fuzz_run_list fuzz_filter_text fuzz_snapshot_mapping
+targets=(fuzz_file_record fuzz_index_block fuzz_run_list fuzz_attribute_list fuzz_filter_text fuzz_snapshot_mapping
          fuzz_registry fuzz_metafile fuzz_ifd_reader)
 seconds=$(( budget / ${#targets[@]} ))
 (( seconds >= 1 )) || seconds=1

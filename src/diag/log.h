@@ -102,7 +102,7 @@ private:
     std::vector<std::u16string> m_Tags;
     std::shared_ptr<CSharedState> m_State;
     std::shared_ptr<CMsgAligment> m_Alignment;
-    bool m_Unused = false;
+    [[maybe_unused]] bool m_Unused = false;
     int32_t m_SavedLevel = LogInfo;
 };
 

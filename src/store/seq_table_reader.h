@@ -46,7 +46,7 @@ struct TTableInfo {
     uint32_t fieldCount = 0;
 };
 
-class CSeqTableReader : public IDeserializator {
+class CSeqTableReader final : public IDeserializator {
 public:
     // Reads and checks the header of `table` (see above) against tableId and
     // the field list of `schema`.
