@@ -1,0 +1,121 @@
+// One NTFS volume indexed twice by the built program: by the directory walk
+// over its ntfs-3g mount (links read from the mount's Windows reparse data,
+// the extended attribute system.ntfs_reparse_data) and by the NTFS pipeline
+// from its image. Apart from what the two readers see differently by their
+// nature (listed below), both indexes hold the same rows, and both agree
+// with the Sleuth Kit's listing of the image. Skips where the image cannot
+// be mounted (no FUSE, no ntfs-3g).
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "app/run_test_env.h"
+#include "ntfs/ntfs_test_util.h"
+#include "walk/walk_test_env.h"
+
+namespace {
+
+using namespace runtest;
+using Lines = std::set<std::string>;
+
+const std::string kGuidC = "0000000c-0000-0000-0000-00000000000c";
+const std::string kShadow = "/dev/mapper/ngi-test-shadow-c";
+
+Lines Decode(const fs::path& file) { return walktest::DecodeIndex(util::Utf8ToUtf16(file.string())); }
+
+Lines Minus(const Lines& a, const Lines& b) {
+    Lines out;
+    for (const auto& line : a)
+        if (!b.count(line)) out.insert(line);
+    return out;
+}
+
+class WalkOverNtfs3g : public ::testing::Test {
+protected:
+    void SetUp() override {
+        const fs::path gz = ngitest::ntfs::SourceDir() / "fixtures/ntfs/ntfs-legacy.img.gz";
+        ASSERT_TRUE(ngitest::ntfs::Decompress(gz, Image()));
+        fs::create_directories(Mount());
+        if (std::system(("ntfs-3g -o ro '" + Image().string() + "' '" + Mount().string() + "' 2>/dev/null").c_str()) !=
+            0)
+            GTEST_SKIP() << "the image cannot be mounted with ntfs-3g here";
+        m_Mounted = true;
+        m_Run.SetVolumes({{"C:", kGuidC, Mount(), {}}}, {{kShadow, Image(), Mount()}});
+        m_Run.Filters({"C:\\"}, {});
+    }
+    void TearDown() override {
+        if (m_Mounted) std::system(("fusermount -u '" + Mount().string() + "' 2>/dev/null || umount '" +
+                                    Mount().string() + "'").c_str());
+    }
+    fs::path Image() const { return m_Run.Root() / "c.img"; }
+    fs::path Mount() const { return m_Run.Root() / "mnt"; }
+
+    CInstance m_Run;
+    bool m_Mounted = false;
+};
+
+TEST_F(WalkOverNtfs3g, TheWalkAndThePipelineIndexTheSameVolumeAlike) {
+    // No shadow: the walk of the mount.
+    ASSERT_EQ(m_Run.Run(), 0) << m_Run.Output();
+    ASSERT_NE(m_Run.LogText().find("Execute FindFirst/FindNext algorithm!"), std::string::npos);
+    const Lines walked = Decode(m_Run.Out() / "volume.c_.ifd");
+    // The image as the shadow: the NTFS pipeline.
+    m_Run.Mapping({{VolumeName(kGuidC), kShadow}});
+    ASSERT_EQ(m_Run.Run(), 0) << m_Run.Output();
+    ASSERT_NE(m_Run.LogText().find("Execute NTFS parsing algorithm"), std::string::npos);
+    const Lines parsed = Decode(m_Run.Out() / "volume.c_.ifd");
+
+    // The one difference by design: the walk's link rows give the target
+    // with its volume ("C:\jtarget"), the pipeline's from the volume's root
+    // ("jtarget"). With that taken off, the rows are the same.
+    Lines walkedAsParsed;
+    size_t links = 0;
+    for (std::string line : walked) {
+        if (line.starts_with("R ")) {
+            const size_t target = line.rfind('|') + 1;
+            EXPECT_EQ(line.compare(target, 3, "C:\\"), 0) << line;
+            line.erase(target, 3);
+            ++links;
+        }
+        walkedAsParsed.insert(line);
+    }
+    EXPECT_EQ(links, 3u);  // jlink, jlong (non-resident reparse data), slink
+    std::string onlyWalked, onlyParsed;
+    for (const auto& line : Minus(walkedAsParsed, parsed)) onlyWalked += line + "\n";
+    for (const auto& line : Minus(parsed, walkedAsParsed)) onlyParsed += line + "\n";
+    EXPECT_EQ(onlyWalked, "") << "only in the walk";
+    EXPECT_EQ(onlyParsed, "") << "only in the pipeline";
+}
+
+// The walk's rows against the Sleuth Kit's listing of the image: every
+// directory and file that fls lists (less the metafiles, which the mount
+// hides, and what lies below a link, which the walk does not enter).
+TEST_F(WalkOverNtfs3g, TheWalkListsWhatTheSleuthKitLists) {
+    if (!ngitest::ntfs::HaveTool("fls")) GTEST_SKIP() << "no fls";
+    ASSERT_EQ(m_Run.Run(), 0) << m_Run.Output();
+    const Lines walked = Decode(m_Run.Out() / "volume.c_.ifd");
+    std::istringstream listing(ngitest::ntfs::RunCommand("fls -r -p -u '" + Image().string() + "'"));
+    Lines fromFls = {"D "};
+    for (std::string line; std::getline(listing, line);) {
+        // "d/d 64-144-2:\tpath" or "r/r 70-128-2:\tpath"; ":$I30"-like streams have a ':'.
+        const size_t tab = line.find('\t');
+        if (tab == std::string::npos || line.size() < 3) continue;
+        std::string path = line.substr(tab + 1);
+        if (path.starts_with("$") || path.find(':') != std::string::npos) continue;
+        for (auto& c : path)
+            if (c == '/') c = '\\';
+        fromFls.insert((line[0] == 'd' ? "D " : "F ") + path);
+    }
+    Lines walkedPaths;
+    for (const auto& row : walked) {
+        if (row.starts_with("R ")) continue;
+        std::string path = row;
+        if (row.starts_with("F ")) path.erase(path.rfind(' '));  // the size
+        walkedPaths.insert(path);
+    }
+    EXPECT_GT(walkedPaths.size(), 100u);
+    EXPECT_EQ(walkedPaths, fromFls);
+}
+
+}  // namespace
