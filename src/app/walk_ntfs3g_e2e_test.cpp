@@ -114,7 +114,7 @@ TEST_F(WalkOverNtfs3g, TheWalkListsWhatTheSleuthKitLists) {
         if (row.starts_with("F ")) path.erase(path.rfind(' '));  // the size
         walkedPaths.insert(path);
     }
-    EXPECT_GT(walkedPaths.size(), 100u);
+    EXPECT_GT(walkedPaths.size(), 80u);  // the fixture has 90
     EXPECT_EQ(walkedPaths, fromFls);
 }
 
