@@ -2,7 +2,9 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/xattr.h>
 
+#include <string>
 #include <string_view>
 
 #include "platform/file.h"
@@ -16,6 +18,22 @@ namespace {
 constexpr int64_t kEpochDelta = 11644473600LL;
 
 uint64_t FromStatx(const struct statx_timestamp& t) { return FileTimeFromUnix(t.tv_sec, t.tv_nsec); }
+
+// On an NTFS volume mounted by ntfs-3g a link carries the Windows
+// attributes and reparse data as extended attributes. They are what Windows
+// reports (the directory bit of a junction whatever its target, the tag),
+// where the link's target, which ntfs-3g often cannot show ("unsupported
+// reparse tag"), would say a file. False elsewhere.
+bool NtfsLinkAttributes(int dir, const char* name, TFindData& data) {
+    if (name[0] == '\0') return false;
+    const std::string path = "/proc/self/fd/" + std::to_string(dir) + "/" + name;
+    uint8_t bytes[4];
+    if (::lgetxattr(path.c_str(), "system.ntfs_attrib", bytes, sizeof bytes) != sizeof bytes) return false;
+    data.attributes = bytes[0] | (bytes[1] << 8) | (bytes[2] << 16) | (uint32_t{bytes[3]} << 24);
+    if (::lgetxattr(path.c_str(), "system.ntfs_reparse_data", bytes, sizeof bytes) == sizeof bytes)
+        data.reparseTag = bytes[0] | (bytes[1] << 8) | (bytes[2] << 16) | (uint32_t{bytes[3]} << 24);
+    return true;
+}
 
 }  // namespace
 
@@ -33,10 +51,14 @@ bool StatAt(int dir, const char* name, TFindData& data) {
     data.reparseTag = 0;
     data.size = 0;
     if (S_ISLNK(st.stx_mode)) {
-        struct stat target;
-        const bool toDir = ::fstatat(dir, name, &target, 0) == 0 && S_ISDIR(target.st_mode);
-        data.attributes = kAttrReparsePoint | (toDir ? kAttrDirectory : kAttrArchive);
         data.reparseTag = kReparseTagSymlink;
+        if (NtfsLinkAttributes(dir, name, data)) {
+            data.attributes |= kAttrReparsePoint;
+        } else {
+            struct stat target;
+            const bool toDir = ::fstatat(dir, name, &target, 0) == 0 && S_ISDIR(target.st_mode);
+            data.attributes = kAttrReparsePoint | (toDir ? kAttrDirectory : kAttrArchive);
+        }
     } else if (S_ISDIR(st.stx_mode)) {
         data.attributes = kAttrDirectory;
         // A folder where another volume is mounted, met as an entry, is a
