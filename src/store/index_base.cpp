@@ -1,5 +1,6 @@
 #include "store/index_base.h"
 
+#include <cstring>
 #include <ctime>
 #include <vector>
 
@@ -47,6 +48,27 @@ std::u16string MakeStem(std::u16string_view directory) {
             return stem;
     }
     return JoinPath(directory, u"Index" + util::ToStrU64(seconds));
+}
+
+// A string field at `at`: the dword count, then the units. Returns the byte
+// after it. REQUIRES: the length was checked (_CheckString).
+uint8_t* PutString(uint8_t* at, std::u16string_view text) {
+    const auto n = static_cast<uint32_t>(text.size());
+    PutU32(at, n);
+    if (n != 0) std::memcpy(at + 4, text.data(), size_t{n} * 2);
+    return at + 4 + size_t{n} * 2;
+}
+
+// The bytes of a string field.
+uint64_t StringFieldSize(std::u16string_view text) { return 4 + uint64_t{text.size()} * 2; }
+
+// The fixed tail of a file row: parent, owner, time, size.
+constexpr uint32_t kFileTailSize = 28;
+void PutFileTail(uint8_t* at, uint64_t parentId, uint32_t owner, uint64_t time, uint64_t size) {
+    PutU64(at, parentId);
+    PutU32(at + 8, owner);
+    PutU64(at + 12, time);
+    PutU64(at + 20, size);
 }
 
 }  // namespace
@@ -133,9 +155,13 @@ uint64_t CIndexBase::_BeginRow(TTable& table, uint64_t* id) {
     return position;
 }
 
-void CIndexBase::_WriteString(CFileWriteCollectorReadCache& out, std::u16string_view text) {
+void CIndexBase::_CheckString(std::u16string_view text) {
     if (text.size() > 0x7FFFFFFFu) throw CExc(u"CIndexBase: a string of %1 units is too long.",
                                               util::ToStrU64(text.size()), kHrInvalidArg);
+}
+
+void CIndexBase::_WriteString(CFileWriteCollectorReadCache& out, std::u16string_view text) {
+    _CheckString(text);
     const auto n = static_cast<uint32_t>(text.size());
     out.WriteDWord(n);
     out.WriteSequentially(text.data(), n * 2);
@@ -145,13 +171,15 @@ uint64_t CIndexBase::AddFile(std::u16string_view name, uint32_t owner, uint64_t 
                              uint64_t size, uint64_t time, uint64_t* id) {
     TTable& table = m_Tables[kFiles];
     const uint64_t position = _BeginRow(table, id);
+    _CheckString(name);
+    // Nearly every row fits in the block being written: stored in place.
+    if (uint8_t* at = table.collector.TryWriteInPlace(StringFieldSize(name) + kFileTailSize)) {
+        PutFileTail(PutString(at, name), parentId, owner, time, size);
+        return position;
+    }
     _WriteString(table.collector, name);
-    // The fixed tail of the row in one copy: parent, owner, time, size.
-    uint8_t tail[28];
-    PutU64(tail, parentId);
-    PutU32(tail + 8, owner);
-    PutU64(tail + 12, time);
-    PutU64(tail + 20, size);
+    uint8_t tail[kFileTailSize];
+    PutFileTail(tail, parentId, owner, time, size);
     table.collector.WriteSequentially(tail, sizeof tail);
     return position;
 }
@@ -159,6 +187,11 @@ uint64_t CIndexBase::AddFile(std::u16string_view name, uint32_t owner, uint64_t 
 uint64_t CIndexBase::AddDir(std::u16string_view name, uint64_t parentId, uint64_t* id) {
     TTable& table = m_Tables[kDirs];
     const uint64_t position = _BeginRow(table, id);
+    _CheckString(name);
+    if (uint8_t* at = table.collector.TryWriteInPlace(StringFieldSize(name) + 8)) {
+        PutU64(PutString(at, name), parentId);
+        return position;
+    }
     _WriteString(table.collector, name);
     table.collector.WriteLongLong(parentId);
     return position;

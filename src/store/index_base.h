@@ -99,6 +99,8 @@ private:
     void _OpenTable(ESlot slot, const std::u16string& stem);
     // Starts a row: its position, the id stored, the counter moved on.
     uint64_t _BeginRow(TTable& table, uint64_t* id);
+    // Throws for a string longer than a string field can hold.
+    static void _CheckString(std::u16string_view text);
     void _WriteString(CFileWriteCollectorReadCache& out, std::u16string_view text);
     void _Combine();
     void _DiscardTables();

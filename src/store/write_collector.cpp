@@ -92,7 +92,8 @@ void CFileWriteCollectorReadCache::Open(std::u16string_view name) {
 void CFileWriteCollectorReadCache::OpenForWriteByHandle(platform::NativeHandle handle) {
     if (m_Opened && m_WriteHandle != platform::kInvalidHandle)
         throw CExc(u"%1 fail! Files is already opened for write!", kOpenForWrite);
-    m_WriteBlock = std::make_unique<CBuffer>(BlockSize(), 0);
+    // No block without a handle: writes then take the slow path and fail.
+    m_WriteBlock = handle != platform::kInvalidHandle ? _TakeBlock(0) : nullptr;
     m_WriteHandle = handle;
     m_WritePos = 0;
     m_FlushedPos = 0;
@@ -113,7 +114,15 @@ void CFileWriteCollectorReadCache::SetReadMaxLimit(uint64_t limit) {
     GetLog().Detail(u"File read limit = 0x%1", util::Hex16(limit));
 }
 
-void CFileWriteCollectorReadCache::WriteSequentially(const void* buffer, uint32_t size) {
+std::unique_ptr<write_collector_types::CBuffer> CFileWriteCollectorReadCache::_TakeBlock(uint64_t filePos) {
+    if (!m_Spare) return std::make_unique<CBuffer>(BlockSize(), filePos);
+    m_Spare->Reset(filePos);
+    return std::move(m_Spare);
+}
+
+// Flushes a full block when more bytes arrive; the flushed block goes to the
+// cache (or, with no read handle, is reused at once).
+void CFileWriteCollectorReadCache::_WriteSequentiallySlow(const void* buffer, uint32_t size) {
     if (!m_Opened) throw CExc(u"%1 fail. Files is not opened.", kWriteSequentially);
     if (m_WriteHandle == platform::kInvalidHandle)
         throw CWin32Exc(u"%1 fail. Files is not opened for writing.", kWriteSequentially);
@@ -123,9 +132,13 @@ void CFileWriteCollectorReadCache::WriteSequentially(const void* buffer, uint32_
             const uint32_t used = m_WriteBlock->Used();
             if (_WriteBlock(m_WriteBlock->Data(), used) != used)
                 throw CWin32Exc(u"%1 fail. Can`t write all data.", kWriteSequentially);
-            auto next = std::make_unique<CBuffer>(BlockSize(), m_FlushedPos);
-            std::swap(next, m_WriteBlock);
-            if (m_ReadHandle != platform::kInvalidHandle) _InsertIntoCache(std::move(next));
+            if (m_ReadHandle != platform::kInvalidHandle) {
+                std::unique_ptr<CBuffer> next = _TakeBlock(m_FlushedPos);
+                std::swap(next, m_WriteBlock);
+                _InsertIntoCache(std::move(next));
+            } else {
+                m_WriteBlock->Reset(m_FlushedPos);
+            }
         }
         const uint32_t n = m_WriteBlock->Append(data, size);
         data += n;
@@ -164,12 +177,14 @@ uint32_t CFileWriteCollectorReadCache::_WriteBlock(const uint8_t* data, uint32_t
 void CFileWriteCollectorReadCache::_InsertIntoCache(std::unique_ptr<CBuffer> block) {
     for (auto it = m_Cache.begin(); it != m_Cache.end(); ++it) {
         if ((*it)->FilePos() == block->FilePos()) {
+            m_Spare = std::move(*it);
             m_Cache.erase(it);
             --m_CacheCount;
             break;
         }
     }
     if (m_CacheCount >= m_MaxBlocks) {
+        m_Spare = std::move(m_Cache.back());
         m_Cache.pop_back();
         --m_CacheCount;
     }
@@ -212,9 +227,14 @@ uint32_t CFileWriteCollectorReadCache::ReadRandomly(uint64_t position, void* buf
                 blockSize = static_cast<uint32_t>(m_ReadMaxLimit - blockStart);
                 GetLog().Detail(u"Unordered last block size 0x%1", util::Hex8(blockSize));
             }
-            auto loaded = std::make_unique<CBuffer>(blockSize, blockStart);
+            // Every block has the full capacity, so that any block can be
+            // recycled for any position; a cut block just holds fewer bytes.
+            std::unique_ptr<CBuffer> loaded = _TakeBlock(blockStart);
             const uint32_t got = _ReadBlock(blockStart, loaded->Data(), blockSize);
-            if (got == 0) return done;
+            if (got == 0) {
+                m_Spare = std::move(loaded);
+                return done;
+            }
             loaded->SetUsed(got);
             block = loaded.get();
             _InsertIntoCache(std::move(loaded));
@@ -295,12 +315,14 @@ void CFileWriteCollectorReadCache::Close() {
             failure = e.Clone();
         }
         m_WriteBlock.reset();
+        m_Spare.reset();
         if (m_OwnsHandles) platform::CHandle(m_WriteHandle).Close();
         m_WriteHandle = platform::kInvalidHandle;
     }
     if (m_ReadHandle != platform::kInvalidHandle) {
         m_Cache.clear();
         m_CacheCount = 0;
+        m_Spare.reset();
         if (m_OwnsHandles) platform::CHandle(m_ReadHandle).Close();
         m_ReadHandle = platform::kInvalidHandle;
     }

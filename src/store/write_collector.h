@@ -12,6 +12,12 @@
 // being written is read from memory before the cache is searched: data can
 // be read back the moment it was written, before it reaches the disk.
 //
+// Block memory is recycled: the block the cache evicts (or, without a read
+// handle, the block just flushed) becomes the next block loaded or written,
+// so once the cache is full neither reading nor writing allocates. At most
+// maxBlocks + 2 blocks are held (the cache, the block being written, one
+// spare).
+//
 // The same class, write side unused, is the byte reader of a raw volume:
 // SetCacheProps(18, 32), OpenForReadByHandle(volume), SetReadMaxLimit(size).
 // Under a read limit the last block is cut to the limit; a read that starts
@@ -31,6 +37,7 @@
 // every read reorders the cache.
 
 #include <cstdint>
+#include <cstring>
 #include <list>
 #include <memory>
 #include <string>
@@ -61,6 +68,11 @@ public:
     // the block, else throws "buffer underflow"), at most size, cut to the
     // valid data; returns the count (0 at or past the end of the data).
     uint32_t GetDataFromBuffer(uint64_t position, uint8_t* buffer, uint32_t size) const;
+    // Empties the block for reuse at another file position.
+    void Reset(uint64_t filePos) {
+        m_Used = 0;
+        m_FilePos = filePos;
+    }
 
 private:
     std::unique_ptr<uint8_t[]> m_Data;
@@ -101,7 +113,28 @@ public:
     void SetReadMaxLimit(uint64_t limit);
     uint64_t GetReadMaxLimit() const { return m_ReadMaxLimit; }
 
-    void WriteSequentially(const void* buffer, uint32_t size);
+    // The row path: bytes that fit in the block being written are copied
+    // inline; the rest (a block to flush, a closed object) goes the slow way.
+    void WriteSequentially(const void* buffer, uint32_t size) {
+        if (uint8_t* at = TryWriteInPlace(size)) {
+            if (size != 0) std::memcpy(at, buffer, size);
+            return;
+        }
+        _WriteSequentiallySlow(buffer, size);
+    }
+    // When `size` more bytes fit in the block being written, counts them as
+    // written and returns where they go; the caller stores exactly `size`
+    // bytes there before any other call on this object. Null when they do
+    // not fit, or when the object is not open for writing: then use
+    // WriteSequentially, which flushes, and throws its failure texts.
+    uint8_t* TryWriteInPlace(uint64_t size) {
+        CBuffer* block = m_WriteBlock.get();
+        if (block == nullptr || block->Capacity() - block->Used() < size) return nullptr;
+        uint8_t* at = block->Data() + block->Used();
+        block->SetUsed(block->Used() + static_cast<uint32_t>(size));
+        m_WritePos += size;
+        return at;
+    }
     void WriteBuf(const void* buffer, uint32_t size) { WriteSequentially(buffer, size); }
     void WriteWord(uint16_t value);
     void WriteDWord(uint32_t value);
@@ -137,17 +170,24 @@ private:
     using CBuffer = write_collector_types::CBuffer;
 
     uint32_t BlockSize() const { return uint32_t{1} << m_BlockShift; }
+    void _WriteSequentiallySlow(const void* buffer, uint32_t size);
+    // A block of BlockSize() bytes at filePos, empty: the spare when there
+    // is one, else new memory.
+    std::unique_ptr<CBuffer> _TakeBlock(uint64_t filePos);
     uint32_t _WriteBlock(const uint8_t* data, uint32_t length);
     uint32_t _ReadBlock(uint64_t position, uint8_t* buffer, uint32_t size);
     // Front of the list; evicts the back block when full; drops a stale
-    // block of the same position.
+    // block of the same position. The block put out becomes the spare.
     void _InsertIntoCache(std::unique_ptr<CBuffer> block);
     // The cached block at blockStart, moved to the front, or null.
     CBuffer* _FindInCache(uint64_t blockStart);
 
     std::list<std::unique_ptr<CBuffer>> m_Cache;
     size_t m_CacheCount = 0;
+    // Null unless open for writing on a valid handle (TryWriteInPlace
+    // relies on it).
     std::unique_ptr<CBuffer> m_WriteBlock;
+    std::unique_ptr<CBuffer> m_Spare;
     uint32_t m_BlockShift = kDefaultBlockShift;
     uint32_t m_MaxBlocks = kDefaultMaxBlocks;
     bool m_OwnsHandles = false;

@@ -120,6 +120,74 @@ TEST(WriteCollector, LeastRecentlyUsedBlockIsEvicted) {
     c.Close();
 }
 
+// Blocks evicted from a full cache lend their memory to the next block
+// loaded. Each step's bytes are checked against the file and the cache's
+// order after it, front first: a recycled buffer must hold only its new
+// block (never bytes or a size left from the old one), also when it held the
+// block cut by the read limit before or holds it now.
+TEST(WriteCollector, EvictedBlocksAreRecycledWithoutStaleBytes) {
+    constexpr uint32_t kBlock = 512;
+    constexpr uint64_t kLimit = 5 * kBlock + 100;  // block 5 holds 100 bytes
+    struct TStep {
+        const char* what;
+        uint64_t position;
+        uint32_t size;
+        std::vector<uint64_t> cached;  // block numbers, front first
+    };
+    const TStep steps[] = {
+        {"first block", 10, 20, {0}},
+        {"read over the boundary of 1 and 2", 1 * kBlock + 500, 30, {2, 1, 0}},
+        {"hit moves 0 to the front", 0, kBlock, {0, 2, 1}},
+        {"3 and 4 evict 1, then 2", 3 * kBlock + 256, kBlock, {4, 3, 0}},
+        {"evicted 1 read again", 1 * kBlock, 16, {1, 4, 3}},
+        {"block cut by the limit", 5 * kBlock + 50, 100, {5, 1, 4}},
+        {"hits over the boundary of 4 and the cut 5", 4 * kBlock + 500, 40, {5, 4, 1}},
+        {"three blocks in one read", 2 * kBlock + 100, 1000, {4, 3, 2}},
+        {"cut block loaded into a full block's memory", 5 * kBlock, 200, {5, 4, 3}},
+        {"0 evicts 3", 0, kBlock, {0, 5, 4}},
+        {"1 evicts 4", 1 * kBlock, kBlock, {1, 0, 5}},
+        {"2 evicts the cut 5", 2 * kBlock, kBlock, {2, 1, 0}},
+        {"3 loaded into the cut block's memory", 3 * kBlock, kBlock, {3, 2, 1}},
+        {"last byte before the limit", kLimit - 1, 10, {5, 3, 2}},
+    };
+    CTempDir dir;
+    const auto file = Pattern(6 * kBlock, 3);
+    WriteAll(dir.Native("v.bin"), file);
+    TNativeFile handle(dir.Path(u"v.bin"));
+    CScopedLogCapture log;  // the cut block logs its size
+    CFileWriteCollectorReadCache c;
+    c.SetCacheProps(9, 3);
+    c.OpenForReadByHandle(handle.Handle());
+    c.SetReadMaxLimit(kLimit);
+    for (const TStep& step : steps) {
+        SCOPED_TRACE(step.what);
+        std::vector<uint8_t> back(step.size, 0xEE);
+        const uint64_t expected = std::min<uint64_t>(step.size, kLimit - step.position);
+        ASSERT_EQ(c.ReadRandomly(step.position, back.data(), step.size), expected);
+        EXPECT_TRUE(std::equal(back.begin(), back.begin() + expected, file.begin() + step.position));
+        ASSERT_EQ(c.GetCachedBlockCount(), step.cached.size());
+        for (size_t i = 0; i < step.cached.size(); ++i)
+            EXPECT_EQ(c.GetCachedBlockPos(i), step.cached[i] * kBlock) << "cache slot " << i;
+    }
+    c.Close();
+}
+
+// Without a read handle the one block is written over again after each
+// flush; the file still gets every byte in order.
+TEST(WriteCollector, WriteOnlyReusesItsBlock) {
+    CTempDir dir;
+    TNativeFile out(dir.Path(u"o.bin"), platform::kGenericWrite, platform::kCreateAlways);
+    const auto data = Pattern(5 * 512 + 77);
+    CFileWriteCollectorReadCache c;
+    c.SetCacheProps(9, 2);
+    c.OpenForWriteByHandle(out.Handle());
+    for (size_t at = 0; at < data.size(); at += 300)
+        c.WriteSequentially(data.data() + at, static_cast<uint32_t>(std::min<size_t>(300, data.size() - at)));
+    EXPECT_EQ(c.GetCachedBlockCount(), 0u);
+    c.Close();
+    EXPECT_EQ(ReadAll(dir.Native("o.bin")), data);
+}
+
 TEST(WriteCollector, ReadLimitCutsTheLastBlock) {
     CTempDir dir;
     WriteAll(dir.Native("v.bin"), Pattern(4 * 512));
