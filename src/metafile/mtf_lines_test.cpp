@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include "base/exc.h"
 #include "base/format.h"
@@ -78,7 +77,7 @@ TEST(MtfLoad, SizeLimit) {
     CMtfTestDir dir;
     // The real limit: a sparse file of exactly 512 MiB is refused before any read.
     dir.Write("big.txt", "");
-    ASSERT_EQ(::truncate(dir.Native("big.txt").c_str(), static_cast<off_t>(kMtfFileSizeLimit)), 0);
+    std::filesystem::resize_file(dir.Native("big.txt"), kMtfFileSizeLimit);
     auto file = CMtfBinaryFile::OpenExisting(dir.Path("big.txt"), false);
     try {
         CMtfLinesTab::Load(*file, u"big.txt");
@@ -242,6 +241,8 @@ TEST(MtfWrite, FailedWriteLeavesTheChangesPending) {
     }
     EXPECT_EQ(tab->GetChangeKind(), MtfChangeRewrite);
     EXPECT_EQ(dir.Read("m.txt"), kBom + Le("a=1"));
+    // Windows lets no writer in while the reader's handle is open.
+    readOnly.reset();
     auto writable = CMtfBinaryFile::OpenExisting(dir.Path("m.txt"), true);
     tab->Rewrite(*writable);
     EXPECT_EQ(dir.Read("m.txt"), kBom + Le("a=2"));
