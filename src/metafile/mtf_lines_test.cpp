@@ -7,6 +7,7 @@
 #include "base/format.h"
 #include "metafile/mtf_binary_file.h"
 #include "metafile/mtf_test_util.h"
+#include "platform/codepage.h"
 
 namespace metafile {
 namespace {
@@ -41,7 +42,9 @@ TEST(MtfLoad, BothEncodingsAndLineEnds) {
         {"empty lines", kBom + Le("\r\n\r\nx"), {u"", u"", u"x"}},
         {"non-ascii unit", kBom + std::string("\xE9\x00\x3A\x04", 4), {u"\u00E9\u043A"}},
         {"8-bit", "a=1\r\nb=caf\xE9\n", {u"a=1", u"b=caf\u00E9"}},
-        {"8-bit utf-8", "k=\xC3\xA9", {u"k=\u00E9"}},
+        // 8-bit text is in the ANSI code page: UTF-8 on Linux (é here),
+        // the system's on Windows (two characters in Windows-1252).
+        {"8-bit utf-8", "k=\xC3\xA9", {platform::AnsiToUtf16("k=\xC3\xA9")}},
         {"8-bit lone cr", "x\ry", {u"x\ry"}},
         {"single FF byte is 8-bit", "\xFF", {u"\u00FF"}},
     };
