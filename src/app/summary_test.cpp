@@ -4,9 +4,20 @@
 
 #include <gtest/gtest.h>
 
-#include "app/run_test_env.h"
+#include "base/utf.h"
+#include "testing/temp_dir.h"
 
 namespace {
+
+// The UTF-16LE text after its mark, as UTF-8.
+std::string TextOf(const ngitest::CTempDir& dir, const char* name) {
+    const std::string bytes = dir.ReadFile(name);
+    EXPECT_EQ(bytes.substr(0, 2), "\xFF\xFE");
+    std::u16string text;
+    for (size_t i = 2; i + 1 < bytes.size(); i += 2)
+        text += static_cast<char16_t>(static_cast<uint8_t>(bytes[i]) | (static_cast<uint8_t>(bytes[i + 1]) << 8));
+    return util::Utf16ToUtf8(text);
+}
 
 TEST(WriteSummary, ListsEachVolumeTwiceInOrder) {
     ngitest::CTempDir dir;
@@ -20,7 +31,7 @@ TEST(WriteSummary, ListsEachVolumeTwiceInOrder) {
     mnt->IsCluster = true;
     indexer::WriteSummary(dir.Path(), {c, mnt});
 
-    std::string text = runtest::TextOf(dir.Native() / "summary.txt");
+    std::string text = TextOf(dir, "summary.txt");
     std::erase(text, '\r');
     EXPECT_EQ(text,
               "type=ifd\n"

@@ -4,6 +4,7 @@
 
 #include "platform/errors.h"
 #include "platform/volume_table.h"
+#include "testing/com_apartment.h"
 #include "testing/log_capture.h"
 #include "testing/temp_dir.h"
 
@@ -56,6 +57,7 @@ public:
     }
 
 private:
+    ngitest::CComApartment m_Com;
     ngitest::CTempDir m_Dir;
     platform::CVolumeTable m_Table = MakeTable();
 };
@@ -118,6 +120,7 @@ TEST(SnapshotMappingTest, ClusteredTextIsTrueUnlessFalseOrZero) {
 }
 
 TEST(SnapshotMappingTest, DamagedFilesEndTheRun) {
+    ngitest::CComApartment com;
     const std::string dtd =
         "<?xml version=\"1.0\"?>\n<!DOCTYPE ShadowsList [\n"
         "<!ELEMENT ShadowsList (Shadow*)>\n"

@@ -1,8 +1,6 @@
 #pragma once
 // Tests only: a fresh folder for meta-files, and byte-level file helpers.
 
-#include <stdlib.h>
-
 #include <filesystem>
 #include <fstream>
 #include <string>
@@ -10,20 +8,13 @@
 
 #include "base/utf.h"
 #include "metafile/mtf_lines.h"
+#include "testing/temp_dir.h"
 
 namespace metafile::testing {
 
 class CMtfTestDir {
 public:
-    CMtfTestDir() {
-        const char* base = ::getenv("TMPDIR");
-        std::string templ = std::string(base && *base ? base : "/tmp") + "/ngi-mtf-XXXXXX";
-        if (::mkdtemp(templ.data())) m_Path = templ;
-    }
-    ~CMtfTestDir() {
-        std::error_code ec;
-        std::filesystem::remove_all(m_Path, ec);
-    }
+    CMtfTestDir() : m_Path(m_Dir.Native().string()) {}
     // The program's spelling of a file in the folder.
     std::u16string Path(const std::string& name) const { return util::Utf8ToUtf16(m_Path + "\\" + name); }
     std::string Native(const std::string& name) const { return m_Path + "/" + name; }
@@ -37,6 +28,7 @@ public:
     bool Exists(const std::string& name) const { return std::filesystem::exists(Native(name)); }
 
 private:
+    ngitest::CTempDir m_Dir;
     std::string m_Path;
 };
 

@@ -370,7 +370,7 @@ TEST_F(NtfsCorruption, ChildPointerCycleFailsInsteadOfRecursing) {
     CNtfsAttributes(&V()).ReadAttributeContent(Record(many).data(), many, kAttrIndexAllocation, u"$I30", *allocation);
     const uint64_t block0 = allocation->GetExtents()[0].DiskOffset;
     const fs::path copy = s_Dir->Native() / "cycle.img";
-    fs::copy_file(s_Image, copy, fs::copy_options::overwrite_existing);
+    ngitest::ntfs::CopyImage(s_Image, copy);
     {
         std::fstream f(copy, std::ios::in | std::ios::out | std::ios::binary);
         std::vector<char> block(4096);
@@ -412,7 +412,7 @@ TEST_F(NtfsCorruption, AnUnusableIndexBlockNamesItsDirectoryAndVcn) {
     const uint64_t block0 = allocation->GetExtents()[0].DiskOffset;
     const fs::path copy = s_Dir->Native() / "index-block.img";
     for (const bool cut : {false, true}) {
-        fs::copy_file(s_Image, copy, fs::copy_options::overwrite_existing);
+        ngitest::ntfs::CopyImage(s_Image, copy);
         if (cut) {
             fs::resize_file(copy, block0 + 100);
         } else {
@@ -448,7 +448,7 @@ TEST_F(NtfsCorruption, Truncations) {
     for (uint64_t size : {uint64_t{0}, uint64_t{511}, uint64_t{512}, mft, mft + 1024, mft + 300 * 1024, full / 2,
                           full - 4096}) {
         const fs::path copy = s_Dir->Native() / "short.img";
-        fs::copy_file(s_Image, copy, fs::copy_options::overwrite_existing);
+        ngitest::ntfs::CopyImage(s_Image, copy);
         fs::resize_file(copy, size);
         try {
             ReadEverything(copy);

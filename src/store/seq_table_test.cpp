@@ -27,12 +27,13 @@ std::filesystem::path Native(const std::u16string& name) {
     return std::filesystem::path(n);
 }
 
-// "ifd", one to four upper-case hexadecimal digits, ".tmp".
+// "ifd", one to four hexadecimal digits, ".tmp".
 bool IsTempName(const std::string& name) {
     if (name.size() < 9 || name.size() > 11 || name.rfind("ifd", 0) != 0) return false;
     if (name.substr(name.size() - 4) != ".tmp") return false;
     const std::string digits = name.substr(3, name.size() - 7);
-    return digits.find_first_not_of("0123456789ABCDEF") == std::string::npos;
+    // Windows writes the number in upper-case hexadecimal, Wine in lower case.
+    return digits.find_first_not_of("0123456789ABCDEFabcdef") == std::string::npos;
 }
 
 rec::CDirRecord Dir(std::u16string name, uint64_t parent) {

@@ -55,16 +55,23 @@ HANDLE FindHandleOf(const CVolumeFindHandle& handle) {
     return state ? state->Handle() : INVALID_HANDLE_VALUE;
 }
 
+// "C:" or "\\?\C:": a drive letter and its colon, nothing after.
+bool IsBareDrive(std::u16string_view path) {
+    if (path.starts_with(u"\\\\?\\")) path.remove_prefix(4);
+    return path.size() == 2 && path[1] == u':';
+}
+
 class CWin32Volumes : public IVolumes {
 public:
     bool GetVolumePathName(std::u16string_view path, std::u16string& mountPoint,
                            uint32_t bufferLength) override {
         std::wstring buffer(bufferLength + 1, L'\0');
         bool ok = ::GetVolumePathNameW(ToWide(path).c_str(), buffer.data(), bufferLength);
-        // A bare drive ("C:", a drive root whose "\" the filters strip) is
-        // the drive's current folder, on the drive's volume; Wine refuses
-        // it as a bad name (123), so ask for the drive's root then.
-        if (!ok && ::GetLastError() == ERROR_INVALID_NAME && path.size() == 2 && path[1] == u':')
+        // A bare drive ("C:", a drive root whose "\" the filters strip; also
+        // "\\?\C:", as the optimized run asks for an include line) is the
+        // drive's current folder, on the drive's volume; Wine refuses it as
+        // a bad name (123), so ask for the drive's root then.
+        if (!ok && ::GetLastError() == ERROR_INVALID_NAME && IsBareDrive(path))
             ok = ::GetVolumePathNameW(ToWide(std::u16string(path) + u"\\").c_str(), buffer.data(),
                                       bufferLength);
         if (!ok) return false;

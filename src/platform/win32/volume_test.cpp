@@ -29,6 +29,10 @@ TEST(Win32Volumes, DriveCAnswers) {
     EXPECT_EQ(mountPoint, u"C:\\");
     ASSERT_TRUE(GetVolumePathName(u"C:", mountPoint, kMaxPath)) << GetLastError();  // a bare drive
     EXPECT_EQ(mountPoint, u"C:\\");
+    // The same with the long-path prefix: what an include line for a whole
+    // drive ("C:\" in the filter) is asked as.
+    ASSERT_TRUE(GetVolumePathName(u"\\\\?\\c:", mountPoint, kMaxPath)) << GetLastError();
+    EXPECT_EQ(mountPoint, u"\\\\?\\c:\\");
     EXPECT_FALSE(GetVolumePathName(u"C:\\windows\\system32", mountPoint, 2));  // "C:\" needs 4
     EXPECT_EQ(GetLastError(), kErrFilenameExcedRange);
 

@@ -2,8 +2,6 @@
 // purpose; the parent looks at what the child left behind. POSIX only (fork
 // and signals); the Windows build has no such test yet.
 
-#if !defined(_WIN32)
-
 #include "diag/crash_handler.h"
 
 #include <elf.h>
@@ -388,4 +386,3 @@ TEST(CrashHandlerLocationTest, FolderIsTakenOnlyWhenGivenNameAlways) {
 
 }  // namespace
 
-#endif  // !_WIN32
