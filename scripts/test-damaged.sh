@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
-# Damaged NTFS volumes through the whole program (budget: about five
+# Damaged NTFS volumes through the whole program (budget: one to five
 # minutes): seeded mutations of every committed fixture image, aimed at the
 # boot sector, $MFT records, attribute headers, run lists, index blocks,
 # $Secure and $Reparse (scripts/damage-volumes.py). Every run must end with
 # exit 0 or 1 in time, a failed NTFS attempt must be retried by the walk and
 # logged with the record or offset that was wrong, and what a run leaves must
 # be a valid index with its summary or no summary at all.
-# NGI_DAMAGED_RUNS mutations an image with the plain build (default 200),
+# NGI_DAMAGED_RUNS mutations an image with the plain build (default 300),
 # NGI_DAMAGED_ASAN_RUNS with the sanitizer build when it has been made
 # (default 50).
 set -euo pipefail
@@ -23,7 +23,7 @@ trap 'rc=$?; if (( rc == 0 )); then rm -rf "$work"; else echo "test-damaged: ima
 echo "--- plain build"
 mkdir -p "$work/plain"
 python3 scripts/damage-volumes.py --program "$build/src/app/NorvaGuestIndexer" \
-  --catalogue "$build/tools/catalogue/ngi-catalogue" --runs "${NGI_DAMAGED_RUNS:-200}" \
+  --catalogue "$build/tools/catalogue/ngi-catalogue" --runs "${NGI_DAMAGED_RUNS:-300}" \
   --work "$work/plain" fixtures/ntfs/*.img.gz
 if [ -x "$asan/src/app/NorvaGuestIndexer" ]; then
   echo "--- sanitizer build"
