@@ -259,7 +259,9 @@ def check_run(code, log, stderr, out, catalogue):
         tail = log[log.find(failure):]
         if "Execute FindFirst/FindNext algorithm!" not in tail:
             broken.append("no walk after the failed NTFS attempt")
-        said = " ".join(errors).replace("Indexing failed for volume [c:].", "")
+        # The text of the lines, less their time stamp (its digits would
+        # pass for a position) and the words of the failure line itself.
+        said = " ".join(ERROR_LINE.sub("", e) for e in errors).replace("Indexing failed for volume [c:].", "")
         if not NAMES_PLACE.search(said):
             broken.append("the log names no record or offset: " + " / ".join(e.strip() for e in errors))
     if code == 0:

@@ -57,15 +57,20 @@ uint64_t CAttributeContent::GetSize() const {
     return m_State == Resident ? m_Resident.Count() : m_ValidDataLength;
 }
 
+CExc CAttributeContent::_Located(CExc failure) const {
+    failure.AddContext(u"Attribute [%1] of file record FRN=0x%2.", m_Name, util::Hex16(m_Frn));
+    return failure;
+}
+
 uint64_t CAttributeContent::Read(uint64_t offset, void* destination, uint64_t count) {
     uint8_t* out = static_cast<uint8_t*>(destination);
     switch (m_State) {
         case None:
-            throw CExc(u"%1 fail. Attribute isn`t initialized.", kFnRead);
+            throw _Located(CExc(u"%1 fail. Attribute isn`t initialized.", kFnRead));
         case Resident: {
             if (offset >= m_Resident.Count())
-                throw CExc(u"%1 fail. Invalid offset 0x%2. Resident data length=0x%3.", kFnRead,
-                           util::Hex16(offset), util::Hex16(m_Resident.Count()));
+                throw _Located(CExc(u"%1 fail. Invalid offset 0x%2. Resident data length=0x%3.", kFnRead,
+                                    util::Hex16(offset), util::Hex16(m_Resident.Count())));
             const uint64_t n = std::min<uint64_t>(count, m_Resident.Count() - offset);
             std::memcpy(out, m_Resident.Get() + offset, static_cast<size_t>(n));
             return n;
@@ -76,8 +81,8 @@ uint64_t CAttributeContent::Read(uint64_t offset, void* destination, uint64_t co
             return 0;
     }
     if (offset >= m_ValidDataLength)
-        throw CExc(u"%1 fail. Invalid offset 0x%2. ValidDataLength=0x%3.", kFnRead, util::Hex16(offset),
-                   util::Hex16(m_ValidDataLength));
+        throw _Located(CExc(u"%1 fail. Invalid offset 0x%2. ValidDataLength=0x%3.", kFnRead, util::Hex16(offset),
+                            util::Hex16(m_ValidDataLength)));
     uint64_t start = 0;
     uint64_t delivered = 0;
     for (const TBlockDescription& extent : m_Extents) {

@@ -50,13 +50,18 @@ public:
     uint64_t GetSize() const;
 
     // Copies up to `count` bytes from `offset` to `destination`; returns the
-    // count delivered. Sparse runs read as zeros.
+    // count delivered. Sparse runs read as zeros. A read it cannot serve (no
+    // attribute, an offset past the data) fails with a CExc that names the
+    // attribute and its file record.
     uint64_t Read(uint64_t offset, void* destination, uint64_t count);
 
     TAttributeState GetState() const { return m_State; }
     const TBlockVector& GetExtents() const { return m_Extents; }
 
 private:
+    // `failure` with a line naming this attribute and its record.
+    CExc _Located(CExc failure) const;
+
     CNtfsVolume* m_Volume;
     uint64_t m_Frn;
     std::u16string m_Name;
