@@ -77,13 +77,16 @@ std::u16string ToStrU32(uint32_t value) { return Ascii(std::to_string(value)); }
 namespace {
 std::u16string HexDigits(uint64_t value, int width) {
     static const char16_t kDigits[] = u"0123456789abcdef";
-    std::u16string out;
+    // Filled from the end: one allocation, whatever the width.
+    char16_t digits[64];
+    int at = 64;
     do {
-        out.insert(out.begin(), kDigits[value & 0xF]);
+        digits[--at] = kDigits[value & 0xF];
         value >>= 4;
     } while (value != 0);
-    while (static_cast<int>(out.size()) < width) out.insert(out.begin(), u'0');
-    return out;
+    const int limit = width < 64 ? width : 64;
+    while (64 - at < limit) digits[--at] = u'0';
+    return std::u16string(digits + at, digits + 64);
 }
 }  // namespace
 
