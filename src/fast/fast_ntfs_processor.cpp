@@ -53,15 +53,17 @@ uint8_t* CFastNtfsProcessor::_RecordBuffer(CBuf<uint8_t>& buffer) {
 }
 
 // A record already on the stack of records in process is its own ancestor.
+// The bottom of the stack (the record the main loop passed in) is not kept
+// in the set: most records pull no parent, and they then cost no hashing.
 void CFastNtfsProcessor::_EnterRecord(uint64_t frn) {
-    if (!m_InProcess.insert(frn).second)
+    if (!m_RecordsInProcess.empty() && (frn == m_RecordsInProcess.front() || !m_InProcess.insert(frn).second))
         throw CExc(u"%1 fail. %2 file already in process in current call stack", kProcessFileRecord,
                    util::ToStrU64(frn), kHrInvalidArg);
     m_RecordsInProcess.push_back(frn);
 }
 
 void CFastNtfsProcessor::_LeaveRecord() {
-    m_InProcess.erase(m_RecordsInProcess.back());
+    if (m_RecordsInProcess.size() > 1) m_InProcess.erase(m_RecordsInProcess.back());
     m_RecordsInProcess.pop_back();
 }
 

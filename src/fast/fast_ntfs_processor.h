@@ -198,7 +198,7 @@ private:
     bool m_SkipOwnersParsing = false;
     std::map<uint32_t, uint64_t> m_UnknownTags;
     std::vector<uint64_t> m_RecordsInProcess;
-    std::unordered_set<uint64_t> m_InProcess;  // the same records, for the lookup
+    std::unordered_set<uint64_t> m_InProcess;  // the same records but the first, for the lookup
     std::shared_ptr<CRecursionCounter> m_Counter;
     uint32_t m_PullDepth = 0;
     TProcessorServices m_Services;
