@@ -160,7 +160,11 @@ bool CFastNtfsProcessor::_PeekParent(uint64_t frn, const uint8_t* record, uint64
 
 void CFastNtfsProcessor::__ProcessFileRecord(uint64_t frn, const uint8_t* record) {
     const uint32_t size = m_Volume->GetVolumeGeometry().FileRecordSize;
-    TFileNamePropsList names;
+    // This level's names; their memory serves the next record of the level.
+    const size_t level = m_RecordsInProcess.size();
+    if (m_NameSlots.size() <= level) m_NameSlots.resize(level + 1);
+    TRecordNames& names = m_NameSlots[level];
+    names.Count = 0;
     std::vector<uint64_t> extensions;
     uint32_t securityId = 0;
     uint64_t lastWriteTime = 0;
@@ -174,7 +178,7 @@ void CFastNtfsProcessor::__ProcessFileRecord(uint64_t frn, const uint8_t* record
 
     auto common = [&](const CAttrHeader& attr) {
         switch (attr.Type()) {
-            case kAttrFileName: m_Attributes->GetFileNameProps(attr, names); break;
+            case kAttrFileName: names.Add(*m_Attributes, attr); break;
             case kAttrData: m_Attributes->GetUnnamedDataSize(attr, dataSize); break;
             case kAttrReparsePoint: isReparse = _ProcessAttributeReparsePoint(attr, printName, substituteName, tag); break;
             default: break;
@@ -209,7 +213,7 @@ void CFastNtfsProcessor::__ProcessFileRecord(uint64_t frn, const uint8_t* record
             });
         }
     }
-    if (names.empty()) return;
+    if (names.Count == 0) return;
     if (frn < kFirstUserFrn) {
         if (frn == kRootFrn)
             _ProcessRootDirectory();
@@ -217,12 +221,12 @@ void CFastNtfsProcessor::__ProcessFileRecord(uint64_t frn, const uint8_t* record
             _ProcessMetafile(frn);
         return;
     }
-    if (isDirectory && names.size() > 1)
+    if (isDirectory && names.Count > 1)
         throw CWin32Exc(u"Can`t create hardlink for directory!", CIndexBase::kErrInternalError);
 
-    for (const auto& props : names) {
-        const uint64_t parentFrn = props->ParentFileRef & kFrnMask;
-        const std::u16string& name = props->FileName;
+    for (size_t i = 0; i < names.Count; ++i) {
+        const uint64_t parentFrn = names.Items[i].ParentFileRef & kFrnMask;
+        const std::u16string& name = names.Items[i].FileName;
         TDirInfo* parent = m_Dirs.Get(parentFrn);
         if (!parent) {
             _ProcessParentRecord(parentFrn);

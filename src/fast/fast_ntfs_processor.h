@@ -40,6 +40,7 @@
 // outlive the object; it owns its directory table. Single-threaded.
 
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <memory>
 #include <string>
@@ -201,6 +202,18 @@ private:
     std::unordered_set<uint64_t> m_InProcess;  // the same records but the first, for the lookup
     std::shared_ptr<CRecursionCounter> m_Counter;
     uint32_t m_PullDepth = 0;
+    // The names of the record in process at each level of parent pulls,
+    // kept from record to record so that names cost no allocation; a deque,
+    // so that a deeper level added never moves a shallower one.
+    struct TRecordNames {
+        std::vector<TFileNameProps> Items;
+        size_t Count = 0;
+        void Add(CNtfsAttributes& attributes, const CAttrHeader& attr) {
+            if (Count == Items.size()) Items.emplace_back();
+            if (attributes._GetFileNamePropsFromAttributeFileName(attr, Items[Count])) ++Count;
+        }
+    };
+    std::deque<TRecordNames> m_NameSlots;
     TProcessorServices m_Services;
 };
 
