@@ -22,6 +22,14 @@ constexpr char16_t kProcessParentRecord[] =
 // directory and has names in several folders, which no sound volume has.
 constexpr uint32_t kMaxPullNesting = 64;
 
+// A warning that names the record. Volumes made by some tools give every
+// record the short $STANDARD_INFORMATION: the number is formatted only when
+// the warning is written.
+void WarnAboutRecord(std::u16string_view format, uint64_t frn) {
+    CLog& log = GetLog();
+    if (log.IsEnabled(LogWarning)) log.Warning(format, kProcessRecordImpl, util::Hex16(frn));
+}
+
 void AddRecordContext(CExc& e, uint64_t frn) {
     e.AddContext(u"Cannot process file record #%1.", util::ToStrU64(frn));
 }
@@ -189,11 +197,9 @@ void CFastNtfsProcessor::__ProcessFileRecord(uint64_t frn, const uint8_t* record
             case kAttrAttributeList: m_Volume->_ProcessAttributeList(frn, attr, extensions); break;
             case kAttrStandardInformation:
                 if (!m_Attributes->GetSecurityId(attr, securityId))
-                    GetLog().Warning(u"%1. File #0x%2. $STANDART_ATTRIBUTE havn`t SecurityId.", kProcessRecordImpl,
-                                     util::Hex16(frn));
+                    WarnAboutRecord(u"%1. File #0x%2. $STANDART_ATTRIBUTE havn`t SecurityId.", frn);
                 if (!m_Attributes->GetLastWriteTime(attr, lastWriteTime))
-                    GetLog().Warning(u"%1. File #0x%2. $STANDART_ATTRIBUTE havn`t LastModificationTime.",
-                                     kProcessRecordImpl, util::Hex16(frn));
+                    WarnAboutRecord(u"%1. File #0x%2. $STANDART_ATTRIBUTE havn`t LastModificationTime.", frn);
                 hasStandardInformation = true;
                 break;
             default: common(attr); break;
@@ -267,7 +273,13 @@ bool CFastNtfsProcessor::_IsParentIncluded(uint64_t parentFrn) {
 void CFastNtfsProcessor::_ProcessFile(TDirInfo& parent, std::u16string_view name, uint32_t owner,
                                       uint64_t lastWriteTime, uint64_t size) {
     const uint64_t position = m_Base->AddFile(name, owner, parent.DirId, size, lastWriteTime, nullptr);
-    if (parent.Content) parent.Content->Files.push_back((position & kTagPositionMask) | kTagFile);
+    if (parent.Content) {
+        // A folder's first file makes room for a few: most folders that
+        // hold files hold several, and growing one by one reallocates often.
+        std::vector<uint64_t>& files = parent.Content->Files;
+        if (files.empty()) files.reserve(16);
+        files.push_back((position & kTagPositionMask) | kTagFile);
+    }
 }
 
 TDirInfo* CFastNtfsProcessor::_EntryFor(uint64_t frn, std::unique_ptr<TDirInfo>& created) {
