@@ -29,10 +29,18 @@ void CDirInfoTable::_Free(TNode* node) {
 TDirInfo* CDirInfoTable::Get(uint64_t key) const {
     if (key < m_LowKey || key - m_LowKey > m_Range) return nullptr;
     const uint64_t k = key - m_LowKey;
+    // Rows of one folder come together: their parent keys repeat, and the
+    // leaf of the last lookup answers without a walk. Nodes live as long as
+    // the table, and the slot is read now, so the shortcut never goes stale.
+    if (m_LastLeaf && (k >> 5) == m_LastGroup) return static_cast<TDirInfo*>(m_LastLeaf->Slots[k & 31]);
     const TNode* node = m_Root;
     while (node) {
         void* slot = node->Slots[(k >> (5 * node->Level)) & 31];
-        if (node->Level == 0) return static_cast<TDirInfo*>(slot);
+        if (node->Level == 0) {
+            m_LastLeaf = node;
+            m_LastGroup = k >> 5;
+            return static_cast<TDirInfo*>(slot);
+        }
         node = static_cast<const TNode*>(slot);
     }
     return nullptr;

@@ -11,7 +11,8 @@
 // it is at least 32. Keys outside [low, low + range] (both ends inside) are
 // not stored: Get gives null, Set false. A lookup costs at most
 // ceil(log32(range)) + 1 array steps; a volume of a million records has five
-// levels.
+// levels. A lookup in the same group of 32 keys as the one before reads the
+// remembered leaf directly (the rows of one folder ask for one parent).
 //
 // The table owns every TDirInfo stored in it (and through it the content);
 // storing a second TDirInfo under a key deletes the first. Single-threaded.
@@ -65,6 +66,9 @@ private:
     uint64_t m_Range;
     TNode* m_Root = nullptr;
     uint64_t m_RootLevel = 0;
+    // The leaf node of the last Get and its key group (key >> 5).
+    mutable const TNode* m_LastLeaf = nullptr;
+    mutable uint64_t m_LastGroup = 0;
 };
 
 }  // namespace indexer::fast_ntfs_indexer

@@ -275,9 +275,11 @@ void CFastNtfsProcessor::_ProcessFile(TDirInfo& parent, std::u16string_view name
     const uint64_t position = m_Base->AddFile(name, owner, parent.DirId, size, lastWriteTime, nullptr);
     if (parent.Content) {
         // A folder's first file makes room for a few: most folders that
-        // hold files hold several, and growing one by one reallocates often.
+        // hold files hold several, and growing from one reallocates often.
+        // Eight, not more: a volume of folders with one file each must not
+        // pay much memory for it.
         std::vector<uint64_t>& files = parent.Content->Files;
-        if (files.empty()) files.reserve(16);
+        if (files.empty()) files.reserve(8);
         files.push_back((position & kTagPositionMask) | kTagFile);
     }
 }
