@@ -75,34 +75,43 @@ protected:
     bool m_Mounted = false;
 };
 
-TEST_P(WalkOverNtfs3g, TheWalkAndThePipelineIndexTheSameVolumeAlike) {
-    // No shadow: the walk of the mount.
-    ASSERT_EQ(m_Run.Run(), 0) << m_Run.Output();
-    ASSERT_NE(m_Run.LogText().find("Execute FindFirst/FindNext algorithm!"), std::string::npos);
-    const Lines walked = Decode(m_Run.Out() / "volume.c_.ifd");
-    // The image as the shadow: the NTFS pipeline.
-    m_Run.Mapping({{VolumeName(kGuidC), kShadow}});
-    ASSERT_EQ(m_Run.Run(), 0) << m_Run.Output();
-    ASSERT_NE(m_Run.LogText().find("Execute NTFS parsing algorithm"), std::string::npos);
-    const Lines parsed = Decode(m_Run.Out() / "volume.c_.ifd");
+// Indexes the volume twice with the filters set: by the walk of the mount
+// (no shadow), then by the pipeline (the image as the shadow).
+struct TTwoIndexes {
+    Lines walked, parsed;
+};
 
-    // The one difference by design: the walk's link rows give the target
-    // with its volume ("C:\jtarget"), the pipeline's from the volume's root
-    // ("jtarget"). With that taken off, the rows are the same.
+TTwoIndexes IndexBothWays(CInstance& run) {
+    TTwoIndexes both;
+    fs::remove(run.Bin() / "NorvaGuestIndexer.SnapshotMapping.xml");
+    EXPECT_EQ(run.Run(), 0) << run.Output();
+    EXPECT_NE(run.LogText().find("Execute FindFirst/FindNext algorithm!"), std::string::npos);
+    both.walked = Decode(run.Out() / "volume.c_.ifd");
+    run.Mapping({{VolumeName(kGuidC), kShadow}});
+    EXPECT_EQ(run.Run(), 0) << run.Output();
+    EXPECT_NE(run.LogText().find("Execute NTFS parsing algorithm"), std::string::npos);
+    both.parsed = Decode(run.Out() / "volume.c_.ifd");
+    return both;
+}
+
+// The rows of the two indexes compared, apart from the differences by
+// design; "" when they agree, else what only one of them holds.
+std::string Differences(const TTwoIndexes& both, size_t* links = nullptr) {
+    // The walk's link rows give the target with its volume ("C:\jtarget"),
+    // the pipeline's from the volume's root ("jtarget"). With that taken
+    // off, the rows are the same.
     Lines walkedAsParsed;
-    size_t links = 0;
-    for (std::string line : walked) {
+    size_t count = 0;
+    for (std::string line : both.walked) {
         if (line.starts_with("R ")) {
             const size_t target = line.rfind('|') + 1;
             EXPECT_EQ(line.compare(target, 3, "C:\\"), 0) << line;
             line.erase(target, 3);
-            ++links;
+            ++count;
         }
         walkedAsParsed.insert(line);
     }
-    if (GetParam().filename() == "ntfs-legacy.img.gz") {
-        EXPECT_EQ(links, 3u);  // jlink, jlong, slink
-    }
+    if (links) *links = count;
     // The fixtures' "reparse" folder holds files with reparse tags that are
     // no links: ntfs-3g shows them as links it cannot follow, with no data
     // size, so the walk has their rows without it. And the pipeline's check
@@ -115,14 +124,89 @@ TEST_P(WalkOverNtfs3g, TheWalkAndThePipelineIndexTheSameVolumeAlike) {
     const Lines mayBeOnlyWalked = {"F reparse\\file_link", "R reparse|s_abs|reparse\\target"};
     Lines walkedCompared, parsedCompared;
     for (const auto& line : walkedAsParsed) walkedCompared.insert(reparseFolder(line));
-    for (const auto& line : parsed) parsedCompared.insert(reparseFolder(line));
+    for (const auto& line : both.parsed) parsedCompared.insert(reparseFolder(line));
     std::string onlyWalked, onlyParsed;
     for (const auto& line : Minus(walkedCompared, parsedCompared))
         if (!mayBeOnlyWalked.count(line.starts_with("F ") ? line.substr(0, line.rfind(' ')) : line))
             onlyWalked += line + "\n";
     for (const auto& line : Minus(parsedCompared, walkedCompared)) onlyParsed += line + "\n";
-    EXPECT_EQ(onlyWalked, "") << "only in the walk";
-    EXPECT_EQ(onlyParsed, "") << "only in the pipeline";
+    if (onlyWalked.empty() && onlyParsed.empty()) return "";
+    return "only in the walk:\n" + onlyWalked + "only in the pipeline:\n" + onlyParsed;
+}
+
+TEST_P(WalkOverNtfs3g, TheWalkAndThePipelineIndexTheSameVolumeAlike) {
+    const TTwoIndexes both = IndexBothWays(m_Run);
+    size_t links = 0;
+    EXPECT_EQ(Differences(both, &links), "");
+    if (GetParam().filename() == "ntfs-legacy.img.gz") {
+        EXPECT_EQ(links, 3u);  // jlink, jlong, slink
+    }
+}
+
+// The same with filters that include, exclude, and include below an
+// exclude, on the images made by the fixture script (which hold the chain
+// deep\l1\...\l8 and the folder many). Each case also names rows that
+// must be there and rows that must not, so that a filter ignored by both
+// readers alike cannot pass.
+//
+// One difference by design: an include below an exclude. The exclude line
+// makes the folder excluded and a node of the tree at once; the walk asks
+// only whether a folder is excluded, and does not enter it, while the
+// pipeline decides every folder from its place on the tree, so it gives
+// the folders on the way rows (nodes, without files) and indexes the
+// included folder below. Rows below `pipelineOnly` are the pipeline's alone.
+TEST_P(WalkOverNtfs3g, FiltersCutBothIndexesAlike) {
+    struct TCase {
+        std::vector<std::string> include, exclude;
+        std::vector<std::string> present, absent;  // in the pipeline's index
+        std::string pipelineOnly;
+    };
+    const std::vector<TCase> cases = {
+        {{"C:\\deep", "C:\\many"}, {},
+         {"D deep\\l1\\l2", "D many"}, {"D reparse"}, ""},
+        {{"C:\\"}, {"C:\\many", "C:\\deep\\l1\\l2"},
+         {"D deep\\l1"}, {"D many", "D deep\\l1\\l2"}, ""},
+        {{"C:\\", "C:\\deep\\l1\\l2\\l3\\l4"}, {"C:\\deep\\l1"},
+         {"D deep\\l1\\l2\\l3\\l4\\l5", "F deep\\l1\\l2\\l3\\l4\\l5\\l6\\l7\\l8\\bottom.txt"},
+         {}, "D deep\\l1"},
+    };
+    Lines unfiltered;
+    {
+        const Lines all = IndexBothWays(m_Run).parsed;
+        if (!all.count("D deep\\l1\\l2\\l3\\l4\\l5")) GTEST_SKIP() << "not an image of the fixture script";
+        unfiltered = all;
+    }
+    for (size_t i = 0; i < cases.size(); ++i) {
+        SCOPED_TRACE("filter case " + std::to_string(i));
+        const TCase& c = cases[i];
+        m_Run.Filters(c.include, c.exclude);
+        TTwoIndexes both = IndexBothWays(m_Run);
+        if (!c.pipelineOnly.empty()) {
+            const std::string folder = c.pipelineOnly.substr(2);
+            auto below = [&](const std::string& row) {
+                const std::string path = row.substr(2);
+                return path == folder || path.starts_with(folder + "\\");
+            };
+            Lines walkedBelow, parsedRest;
+            for (const auto& row : both.walked)
+                if (below(row)) walkedBelow.insert(row);
+            for (const auto& row : both.parsed)
+                if (!below(row)) parsedRest.insert(row);
+            EXPECT_EQ(walkedBelow, Lines{}) << "the walk entered an excluded folder";
+            const TTwoIndexes rest{both.walked, parsedRest};
+            EXPECT_EQ(Differences(rest), "");
+        } else {
+            EXPECT_EQ(Differences(both), "");
+        }
+        EXPECT_LT(both.parsed.size(), unfiltered.size());
+        auto has = [&](const std::string& row) {
+            for (const auto& line : both.parsed)
+                if (line == row || line.starts_with(row + " ")) return true;
+            return false;
+        };
+        for (const auto& row : c.present) EXPECT_TRUE(has(row)) << row;
+        for (const auto& row : c.absent) EXPECT_FALSE(has(row)) << row;
+    }
 }
 
 // The walk's rows against the Sleuth Kit's listing of the image: every
