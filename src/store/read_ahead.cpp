@@ -8,6 +8,31 @@
 
 namespace idxdata {
 
+void CReadAhead::CCounter::Publish(uint64_t value) {
+    // With the waiter's store of m_Sleeping and load of m_Value, both
+    // sequentially consistent: either it sees the new value or this sees it
+    // sleeping, so no wake is lost.
+    m_Value.store(value, std::memory_order_seq_cst);
+    if (m_Sleeping.load(std::memory_order_seq_cst)) {
+        std::lock_guard<std::mutex> lock(m_Mutex);
+        m_Wake.notify_one();
+    }
+}
+
+void CReadAhead::CCounter::WaitPast(uint64_t seen) {
+    // The other side usually needs a few microseconds for a chunk: yielding
+    // meanwhile costs less than sleeping and being woken, and keeps both
+    // threads on their processors.
+    for (int i = 0; i < 64; ++i) {
+        if (m_Value.load(std::memory_order_acquire) != seen) return;
+        std::this_thread::yield();
+    }
+    std::unique_lock<std::mutex> lock(m_Mutex);
+    m_Sleeping.store(true, std::memory_order_seq_cst);
+    while (m_Value.load(std::memory_order_seq_cst) == seen) m_Wake.wait(lock);
+    m_Sleeping.store(false, std::memory_order_relaxed);
+}
+
 CReadAhead::CReadAhead(platform::CHandle file, std::u16string_view fileName, std::u16string_view context,
                        uint64_t from, uint64_t to, const TTuning& tuning)
     : m_File(std::move(file)), m_FileName(fileName), m_Context(context), m_Tuning(tuning), m_End(to),
@@ -28,8 +53,7 @@ CReadAhead::~CReadAhead() {
     if (!m_Thread.joinable()) return;
     m_Stop.store(true);
     // Frees every slot, so that a reader waiting for one wakes up.
-    m_GivenCount.fetch_add(m_Slots.size());
-    m_GivenCount.notify_one();
+    m_GivenCount.Publish(m_Given + m_Slots.size());
     m_Thread.join();
 }
 
@@ -63,9 +87,8 @@ void CReadAhead::_Run() {
     const uint64_t slots = m_Slots.size();
     for (uint64_t k = 0;; ++k) {
         // Chunk k goes to slot k % slots once chunk k - slots was given back.
-        for (uint64_t given = m_GivenCount.load(std::memory_order_acquire); k >= given + slots;
-             given = m_GivenCount.load(std::memory_order_acquire))
-            m_GivenCount.wait(given, std::memory_order_acquire);
+        for (uint64_t given = m_GivenCount.Load(); k >= given + slots; given = m_GivenCount.Load())
+            m_GivenCount.WaitPast(given);
         if (m_Stop.load()) return;
         TChunk& chunk = m_Chunks[k % slots];
         bool last = true;
@@ -78,8 +101,7 @@ void CReadAhead::_Run() {
             m_ErrorChunk = k;
         }
         if (last) m_ReadEnded.store(true, std::memory_order_release);
-        m_ReadCount.store(k + 1, std::memory_order_release);
-        m_ReadCount.notify_one();
+        m_ReadCount.Publish(k + 1);
         if (last) return;
     }
 }
@@ -89,12 +111,11 @@ CReadAhead::TChunk CReadAhead::Take() {
         // Without a thread the two slots take turns.
         return _Read(static_cast<uint32_t>(m_Taken++ % m_Slots.size()));
     }
-    for (uint64_t read = m_ReadCount.load(std::memory_order_acquire); m_Taken >= read;
-         read = m_ReadCount.load(std::memory_order_acquire)) {
+    for (uint64_t read = m_ReadCount.Load(); m_Taken >= read; read = m_ReadCount.Load()) {
         // The ended flag is stored before the count that goes with it.
-        if (m_ReadEnded.load(std::memory_order_acquire) && m_Taken >= m_ReadCount.load(std::memory_order_acquire))
+        if (m_ReadEnded.load(std::memory_order_acquire) && m_Taken >= m_ReadCount.Load())
             throw CExc(u"idxdata::CReadAhead::Take: the range was read to its end.");
-        m_ReadCount.wait(read, std::memory_order_acquire);
+        m_ReadCount.WaitPast(read);
     }
     if (m_Error && m_Taken == m_ErrorChunk) std::rethrow_exception(m_Error);
     return m_Chunks[m_Taken++ % m_Slots.size()];
@@ -102,8 +123,7 @@ CReadAhead::TChunk CReadAhead::Take() {
 
 void CReadAhead::Give(const TChunk&) {
     if (!m_Thread.joinable()) return;
-    m_GivenCount.store(++m_Given, std::memory_order_release);
-    m_GivenCount.notify_one();
+    m_GivenCount.Publish(++m_Given);
 }
 
 }  // namespace idxdata

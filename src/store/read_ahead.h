@@ -22,16 +22,18 @@
 //
 // With a thread, chunk k lives in slot k % slots: a ring with one writer and
 // one reader, kept by two counters (chunks read, chunks given back). Each
-// side waits on the other's counter (std::atomic::wait, which spins a
-// little before it sleeps), so a chunk changes hands without a lock.
+// side waits on the other's counter, spinning a little before it sleeps, so
+// a chunk usually changes hands without a lock or a system call.
 //
 // One caller thread; the object owns the handle and, once a thread reads,
 // uses the handle on that thread only. Destruction stops and joins it.
 
 #include <atomic>
+#include <condition_variable>
 #include <cstdint>
 #include <exception>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -71,6 +73,22 @@ public:
     bool IsThreaded() const { return m_Thread.joinable(); }
 
 private:
+    // A counter one thread raises and one other thread waits on.
+    class CCounter {
+    public:
+        uint64_t Load() const { return m_Value.load(std::memory_order_acquire); }
+        // Stores the new value (a release) and wakes the waiter, if any.
+        void Publish(uint64_t value);
+        // Returns once the value is no longer `seen`.
+        void WaitPast(uint64_t seen);
+
+    private:
+        std::atomic<uint64_t> m_Value{0};
+        std::atomic<bool> m_Sleeping{false};
+        std::mutex m_Mutex;
+        std::condition_variable m_Wake;
+    };
+
     // Reads the chunk at m_ReadAt into the slot; on the reading thread.
     TChunk _Read(uint32_t slot);
     void _Run();
@@ -92,9 +110,9 @@ private:
     std::vector<TChunk> m_Chunks;
     std::exception_ptr m_Error;              // the failed read
     uint64_t m_ErrorChunk = 0;               // the chunk that stands for it
-    std::atomic<uint64_t> m_ReadCount{0};    // chunks read
+    CCounter m_ReadCount;                    // chunks read
     std::atomic<bool> m_ReadEnded{false};    // no more: range end, file end or error
-    std::atomic<uint64_t> m_GivenCount{0};   // chunks given back (more to stop the reader)
+    CCounter m_GivenCount;                   // chunks given back (more to stop the reader)
     std::atomic<bool> m_Stop{false};
     std::thread m_Thread;
 };
