@@ -1,6 +1,7 @@
 #include "store/read_ahead.h"
 
 #include <algorithm>
+#include <chrono>
 
 #include "base/exc.h"
 #include "base/format.h"
@@ -19,14 +20,19 @@ void CReadAhead::CCounter::Publish(uint64_t value) {
     }
 }
 
-void CReadAhead::CCounter::WaitPast(uint64_t seen) {
-    // The other side usually needs a few microseconds for a chunk: yielding
-    // meanwhile costs less than sleeping and being woken, and keeps both
-    // threads on their processors.
-    for (int i = 0; i < 64; ++i) {
-        if (m_Value.load(std::memory_order_acquire) != seen) return;
-        std::this_thread::yield();
-    }
+bool CReadAhead::CCounter::SpinPast(uint64_t seen, uint32_t micros) const {
+    // No yield: on a busy machine it hands the processor to another program
+    // for a whole time slice.
+    const auto until = std::chrono::steady_clock::now() + std::chrono::microseconds(micros);
+    do {
+        for (int i = 0; i < 256; ++i)
+            if (m_Value.load(std::memory_order_acquire) != seen) return true;
+    } while (std::chrono::steady_clock::now() < until);
+    return false;
+}
+
+void CReadAhead::CCounter::WaitPast(uint64_t seen, uint32_t micros) {
+    if (SpinPast(seen, micros)) return;
     std::unique_lock<std::mutex> lock(m_Mutex);
     m_Sleeping.store(true, std::memory_order_seq_cst);
     while (m_Value.load(std::memory_order_seq_cst) == seen) m_Wake.wait(lock);
@@ -50,9 +56,13 @@ CReadAhead::CReadAhead(platform::CHandle file, std::u16string_view fileName, std
 }
 
 CReadAhead::~CReadAhead() {
-    if (!m_Thread.joinable()) return;
+    if (m_Thread.joinable()) _StopReader();
+}
+
+void CReadAhead::_StopReader() {
     m_Stop.store(true);
-    // Frees every slot, so that a reader waiting for one wakes up.
+    // Frees every slot, so that a reader waiting for one wakes up; it stops
+    // after the chunk it may be reading.
     m_GivenCount.Publish(m_Given + m_Slots.size());
     m_Thread.join();
 }
@@ -88,7 +98,7 @@ void CReadAhead::_Run() {
     for (uint64_t k = 0;; ++k) {
         // Chunk k goes to slot k % slots once chunk k - slots was given back.
         for (uint64_t given = m_GivenCount.Load(); k >= given + slots; given = m_GivenCount.Load())
-            m_GivenCount.WaitPast(given);
+            m_GivenCount.WaitPast(given, m_Tuning.watchMicroseconds);
         if (m_Stop.load()) return;
         TChunk& chunk = m_Chunks[k % slots];
         bool last = true;
@@ -107,18 +117,23 @@ void CReadAhead::_Run() {
 }
 
 CReadAhead::TChunk CReadAhead::Take() {
-    if (!m_Thread.joinable()) {
-        // Without a thread the two slots take turns.
-        return _Read(static_cast<uint32_t>(m_Taken++ % m_Slots.size()));
+    if (m_Thread.joinable() && m_Taken >= m_ReadCount.Load() &&
+        !m_ReadCount.SpinPast(m_Taken, m_Tuning.watchMicroseconds)) {
+        // The reader is behind and does not come: on a busy machine it may
+        // wait a whole time slice for a processor, chunk after chunk. From
+        // here on this thread reads, after the chunks already read.
+        _StopReader();
     }
-    for (uint64_t read = m_ReadCount.Load(); m_Taken >= read; read = m_ReadCount.Load()) {
-        // The ended flag is stored before the count that goes with it.
-        if (m_ReadEnded.load(std::memory_order_acquire) && m_Taken >= m_ReadCount.Load())
-            throw CExc(u"idxdata::CReadAhead::Take: the range was read to its end.");
-        m_ReadCount.WaitPast(read);
+    if (m_Taken < m_ReadCount.Load()) {
+        if (m_Error && m_Taken == m_ErrorChunk) std::rethrow_exception(m_Error);
+        return m_Chunks[m_Taken++ % m_Slots.size()];
     }
-    if (m_Error && m_Taken == m_ErrorChunk) std::rethrow_exception(m_Error);
-    return m_Chunks[m_Taken++ % m_Slots.size()];
+    // The ended flag is stored before the count that goes with it.
+    if (m_ReadEnded.load(std::memory_order_acquire))
+        throw CExc(u"idxdata::CReadAhead::Take: the range was read to its end.");
+    // No thread (any more): the slots take turns; the caller holds at most
+    // two chunks and there are two slots or more.
+    return _Read(static_cast<uint32_t>(m_Taken++ % m_Slots.size()));
 }
 
 void CReadAhead::Give(const TChunk&) {

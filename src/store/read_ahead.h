@@ -21,9 +21,13 @@
 // range.
 //
 // With a thread, chunk k lives in slot k % slots: a ring with one writer and
-// one reader, kept by two counters (chunks read, chunks given back). Each
-// side waits on the other's counter, spinning a little before it sleeps, so
-// a chunk usually changes hands without a lock or a system call.
+// one reader, kept by two counters (chunks read, chunks given back), so a
+// chunk changes hands without a lock or a system call. The reading thread,
+// ahead, watches for a free slot for a moment, then sleeps until one is
+// given back. The caller never sleeps: when the next chunk is not there
+// after a moment (TTuning::watchMicroseconds; on a busy machine the thread
+// may wait a whole time slice for a processor, again and again), it stops
+// the thread and reads the rest itself, as without one.
 //
 // One caller thread; the object owns the handle and, once a thread reads,
 // uses the handle on that thread only. Destruction stops and joins it.
@@ -50,6 +54,10 @@ public:
         uint32_t carryRoom = 64u << 10;   // a path of 32,767 units and its row fit
         uint32_t slots = 4;               // chunks in flight with a thread (at least 3)
         uint64_t threadFrom = 4u << 20;   // a shorter range is read without a thread
+        // How long a side watches for the other before it sleeps or, the
+        // caller, reads itself: a chunk takes some microseconds to copy or
+        // take apart; sleeping and being woken takes longer.
+        uint32_t watchMicroseconds = 50;
     };
     struct TChunk {
         uint8_t* data = nullptr;  // carryRoom writable bytes lie before it
@@ -70,7 +78,6 @@ public:
     TChunk Take();
     // REQUIRES: the oldest chunk taken and not yet given back.
     void Give(const TChunk& chunk);
-    bool IsThreaded() const { return m_Thread.joinable(); }
 
 private:
     // A counter one thread raises and one other thread waits on.
@@ -79,8 +86,10 @@ private:
         uint64_t Load() const { return m_Value.load(std::memory_order_acquire); }
         // Stores the new value (a release) and wakes the waiter, if any.
         void Publish(uint64_t value);
-        // Returns once the value is no longer `seen`.
-        void WaitPast(uint64_t seen);
+        // Whether the value moved past `seen` within `micros`.
+        bool SpinPast(uint64_t seen, uint32_t micros) const;
+        // Returns once the value is no longer `seen`, sleeping after `micros`.
+        void WaitPast(uint64_t seen, uint32_t micros);
 
     private:
         std::atomic<uint64_t> m_Value{0};
@@ -92,6 +101,8 @@ private:
     // Reads the chunk at m_ReadAt into the slot; on the reading thread.
     TChunk _Read(uint32_t slot);
     void _Run();
+    // Stops the reading thread after the chunk it is reading, and joins it.
+    void _StopReader();
 
     platform::CHandle m_File;
     std::u16string m_FileName;

@@ -34,6 +34,8 @@ const TCase kCases[] = {
     {"7-byte chunks, 2 bytes of carry, no thread", {7, 2, 4, kNever}},
     {"64-byte chunks, read ahead in 3 slots", {64, 64, 3, kAlways}},
     {"4 KiB chunks, read ahead", {4096, 1024, 4, kAlways}},
+    // The reader hands over to the caller as soon as it is not ahead.
+    {"4 KiB chunks, read ahead, never waited for", {4096, 1024, 4, kAlways, 0}},
 };
 
 // The position of a table in a file, as the header check finds it.
@@ -133,7 +135,8 @@ TEST(TableStream, DamageAheadOfTheReaderComesAtItsRow) {
     std::vector<uint8_t> longName = good;
     idxdata::PutU32(longName.data() + damagedAt, 0x7FFFFFFF);
     WriteAll(dir.Native("long.ifd"), longName);
-    WriteAll(dir.Native("cut.ifd"), std::vector<uint8_t>(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(damagedAt + 5)));
+    WriteAll(dir.Native("cut.ifd"),
+             std::vector<uint8_t>(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(damagedAt + 5)));
 
     for (const TCase& c : kCases) {
         SCOPED_TRACE(c.what);
