@@ -126,14 +126,20 @@ CReadAhead::TChunk CReadAhead::Take() {
     }
     if (m_Taken < m_ReadCount.Load()) {
         if (m_Error && m_Taken == m_ErrorChunk) std::rethrow_exception(m_Error);
-        return m_Chunks[m_Taken++ % m_Slots.size()];
+        const TChunk& chunk = m_Chunks[m_Taken++ % m_Slots.size()];
+        m_LastSlot = chunk.slot;
+        return chunk;
     }
     // The ended flag is stored before the count that goes with it.
     if (m_ReadEnded.load(std::memory_order_acquire))
         throw CExc(u"idxdata::CReadAhead::Take: the range was read to its end.");
-    // No thread (any more): the slots take turns; the caller holds at most
-    // two chunks and there are two slots or more.
-    return _Read(static_cast<uint32_t>(m_Taken++ % m_Slots.size()));
+    // No thread (any more): slots 0 and 1 take turns, whatever slot the last
+    // chunk taken lies in (the caller holds only that one when it asks for
+    // the next): two slots stay in the processor's cache better than four.
+    const uint32_t slot = m_LastSlot == 0 ? 1 : 0;
+    ++m_Taken;
+    m_LastSlot = slot;
+    return _Read(slot);
 }
 
 void CReadAhead::Give(const TChunk&) {

@@ -13,8 +13,8 @@
 // offset, so a string at an even offset of the file lies at an even address.
 //
 // Take() gives the chunks in file order; the caller gives each back with
-// Give(), in the same order, once it no longer reads it, and may hold at
-// most two at a time. Reading stops at the range's end, at the file's end
+// Give(), in the same order, once it no longer reads it, and holds at most
+// the last one taken when it asks for the next. Reading stops at the range's end, at the file's end
 // (a chunk of size 0: the file ends at its `at`) or at a failed read:
 // Take() then throws the CWin32Exc "%1 fail. Cannot read file [%2] at
 // offset 0x%3." made on the thread that read. Nothing is read past the
@@ -113,6 +113,7 @@ private:
     bool m_Seeked = false;  // the reader's own
     std::vector<std::unique_ptr<uint8_t[]>> m_Slots;
     uint64_t m_Taken = 0;   // chunks taken; the caller's own
+    uint32_t m_LastSlot = 1;  // the slot of the last chunk taken; the caller's own
     uint64_t m_Given = 0;   // chunks given back; the caller's own copy
 
     // The ring, with a thread. m_Chunks[k % slots] and m_Error are written
