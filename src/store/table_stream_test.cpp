@@ -1,8 +1,10 @@
-// CTableStream against the rows CIndexBase wrote: rows across window
-// boundaries, a row larger than the window, strings at odd offsets, and
-// damage found at the row it is in.
+// CTableStream against the rows CIndexBase wrote, over several chunk sizes
+// with and without the read-ahead thread: rows cut by chunk boundaries, rows
+// larger than a chunk and its carry room, strings at odd offsets, and damage
+// found at the row it is in even when the reader has gone past it.
 #include <gtest/gtest.h>
 
+#include "base/utf.h"
 #include "store/buff_file_reader.h"
 #include "store/index_base.h"
 #include "store/store_test_util.h"
@@ -19,41 +21,146 @@ struct TRow {
     uint32_t owner;
 };
 
-// Streams the files table of `path`, checked through the store's readers.
-CTableStream FilesOf(const std::u16string& path, idxdata::CBuffFileReader& reader) {
+// Chunk settings worth running every reading test over.
+struct TCase {
+    const char* what;
+    CTableStream::TTuning tuning;
+};
+constexpr uint64_t kAlways = 0, kNever = ~uint64_t{0};
+const TCase kCases[] = {
+    {"default, read ahead", {256u << 10, 64u << 10, 4, kAlways}},
+    {"default, no thread", {256u << 10, 64u << 10, 4, kNever}},
+    // Nearly every row is cut and larger than the carry room: gathered.
+    {"7-byte chunks, 2 bytes of carry, no thread", {7, 2, 4, kNever}},
+    {"64-byte chunks, read ahead in 3 slots", {64, 64, 3, kAlways}},
+    {"4 KiB chunks, read ahead", {4096, 1024, 4, kAlways}},
+    // The reader hands over to the caller as soon as it is not ahead.
+    {"4 KiB chunks, read ahead, never waited for", {4096, 1024, 4, kAlways, 0}},
+};
+
+// The position of a table in a file, as the header check finds it.
+struct TTablePlace {
+    idxdata::TTableInfo table;
+    uint64_t firstRowPos = 0, rowCount = 0;
+};
+TTablePlace TableOf(const std::u16string& path, idxdata::ETableId id, const idxdata::IRecord& schema) {
+    idxdata::CBuffFileReader reader;
     reader.Open(path);
     idxdata::CDataFileReader data(reader, path, reader.GetSize());
-    return CTableStream(path, data.OpenSeqTable(idxdata::TableFiles, rec::CFileRecord()), rec::CFileRecord());
+    const idxdata::CSeqTableReader checked = data.OpenSeqTable(id, schema);
+    return {checked.GetTable(), checked.GetFirstRowPos(), checked.GetRowCount()};
+}
+TTablePlace FilesTableOf(const std::u16string& path) { return TableOf(path, idxdata::TableFiles, rec::CFileRecord()); }
+CTableStream Stream(const std::u16string& path, const TTablePlace& files, const CTableStream::TTuning& tuning,
+                    const idxdata::IRecord& schema = rec::CFileRecord()) {
+    return CTableStream(path, files.table, files.firstRowPos, files.rowCount, schema, tuning);
 }
 
-TEST(TableStream, ReadsEveryRowAcrossWindowsAndAGrownWindow) {
-    CTempDir dir;
+// Writes `count` file rows with names of 0..299 units, one of them
+// (`bigAt`) of `bigUnits` units; and as many reparse rows whose names and
+// targets are the file names and the same reversed (two strings a row).
+std::vector<TRow> WriteFiles(const CTempDir& dir, const std::u16string& name, uint64_t count, uint64_t bigAt,
+                             size_t bigUnits) {
     std::vector<TRow> rows;
-    {
-        indexer::CIndexBase base;
-        base.Open(dir.Dir(), false, u"v.ifd");
-        for (uint64_t i = 0; i < 40000; ++i) {
-            // Lengths 0..299 units; one name larger than the whole window.
-            std::u16string name(i == 20000 ? CTableStream::kWindowSize : i % 300, static_cast<char16_t>(u'a' + i % 26));
-            const uint64_t position = base.AddFile(name, static_cast<uint32_t>(i * 3), i / 7, i * 11, i * 13, nullptr);
-            rows.push_back({name, position, i / 7, i * 13, i * 11, static_cast<uint32_t>(i * 3)});
+    indexer::CIndexBase base;
+    base.Open(dir.Dir(), false, name);
+    for (uint64_t i = 0; i < count; ++i) {
+        std::u16string file(i == bigAt ? bigUnits : i % 300, static_cast<char16_t>(u'a' + i % 26));
+        const uint64_t position = base.AddFile(file, static_cast<uint32_t>(i * 3), i / 7, i * 11, i * 13, nullptr);
+        rows.push_back({file, position, i / 7, i * 13, i * 11, static_cast<uint32_t>(i * 3)});
+        base.AddReparse(i / 7, file, std::u16string(file.rbegin(), file.rend()) + u"!", nullptr);
+    }
+    base.Close();
+    return rows;
+}
+
+void ExpectRow(CTableStream& stream, const TRow& row) {
+    ASSERT_EQ(stream.GetRowPos(), row.position);
+    ASSERT_EQ(stream.String(0), row.name);
+    ASSERT_EQ(stream.Qword(1), row.parent);
+    ASSERT_EQ(stream.Dword(2), row.owner);
+    ASSERT_EQ(stream.Qword(3), row.time);
+    ASSERT_EQ(stream.Qword(4), row.size);
+}
+
+TEST(TableStream, ReadsEveryRowOverEveryChunkSize) {
+    CTempDir dir;
+    // One row larger than a default chunk and its carry room together.
+    const std::vector<TRow> rows = WriteFiles(dir, u"v.ifd", 3000, 1500, 200000);
+    const std::u16string path = dir.Path(u"v.ifd");
+    const TTablePlace files = FilesTableOf(path);
+    for (const TCase& c : kCases) {
+        SCOPED_TRACE(c.what);
+        CTableStream byNext = Stream(path, files, c.tuning);
+        ASSERT_EQ(byNext.GetRowCount(), rows.size());
+        for (const TRow& row : rows) {
+            ASSERT_TRUE(byNext.Next());
+            ASSERT_NO_FATAL_FAILURE(ExpectRow(byNext, row));
         }
-        base.Close();
+        EXPECT_FALSE(byNext.Next());
+        EXPECT_FALSE(byNext.Next());
+
+        CTableStream byVisit = Stream(path, files, c.tuning);
+        size_t seen = 0;
+        byVisit.ForEachRow([&] {
+            ASSERT_LT(seen, rows.size());
+            EXPECT_EQ(byVisit.GetRowId(), seen);
+            ASSERT_NO_FATAL_FAILURE(ExpectRow(byVisit, rows[seen]));
+            ++seen;
+        });
+        EXPECT_EQ(seen, rows.size());
+
+        // A string larger than a chunk with another string behind it.
+        CTableStream links = Stream(path, TableOf(path, idxdata::TableReparses, rec::CReparseRecord()), c.tuning,
+                                    rec::CReparseRecord());
+        for (const TRow& row : rows) {
+            ASSERT_TRUE(links.Next());
+            ASSERT_EQ(links.Qword(0), row.parent);
+            ASSERT_EQ(links.String(1), row.name);
+            ASSERT_EQ(links.String(2), std::u16string(row.name.rbegin(), row.name.rend()) + u"!");
+        }
+        EXPECT_FALSE(links.Next());
     }
-    idxdata::CBuffFileReader reader;
-    CTableStream stream = FilesOf(dir.Path(u"v.ifd"), reader);
-    ASSERT_EQ(stream.GetRowCount(), rows.size());
-    for (const TRow& row : rows) {
-        ASSERT_TRUE(stream.Next());
-        ASSERT_EQ(stream.GetRowPos(), row.position);
-        ASSERT_EQ(stream.String(0), row.name);
-        ASSERT_EQ(stream.Qword(1), row.parent);
-        ASSERT_EQ(stream.Dword(2), row.owner);
-        ASSERT_EQ(stream.Qword(3), row.time);
-        ASSERT_EQ(stream.Qword(4), row.size);
+}
+
+// The read-ahead thread reads past a damaged row, a cut file, or the rows a
+// reader wants: the error still comes at the row it is in, after every row
+// before it, and a stream left early stops its thread.
+TEST(TableStream, DamageAheadOfTheReaderComesAtItsRow) {
+    CTempDir dir;
+    const std::vector<TRow> rows = WriteFiles(dir, u"v.ifd", 3000, kNever, 0);
+    const std::vector<uint8_t> good = ReadAll(dir.Native("v.ifd"));
+    const TTablePlace files = FilesTableOf(dir.Path(u"v.ifd"));
+    const uint64_t damagedAt = files.table.start + rows[2000].position;
+    std::vector<uint8_t> longName = good;
+    idxdata::PutU32(longName.data() + damagedAt, 0x7FFFFFFF);
+    WriteAll(dir.Native("long.ifd"), longName);
+    WriteAll(dir.Native("cut.ifd"),
+             std::vector<uint8_t>(good.begin(), good.begin() + static_cast<std::ptrdiff_t>(damagedAt + 5)));
+
+    for (const TCase& c : kCases) {
+        SCOPED_TRACE(c.what);
+        struct TDamage {
+            const char16_t* file;
+            uint64_t offset;
+            std::u16string text;
+        } damages[] = {
+            {u"long.ifd", damagedAt, u"a string of 2147483647 units runs past the table's end"},
+            {u"cut.ifd", damagedAt + 5, u"the file ends before the table does"},
+        };
+        for (const TDamage& d : damages) {
+            CTableStream stream = Stream(dir.Path(d.file), files, c.tuning);
+            size_t seen = 0;
+            EXPECT_CEXC(stream.ForEachRow([&] { ++seen; }), {
+                EXPECT_NE(Deepest(e).find(u"offset 0x" + util::Hex16(d.offset) + u": " + d.text), std::u16string::npos)
+                    << util::Utf16ToUtf8(Deepest(e));
+            });
+            EXPECT_EQ(seen, 2000u);
+        }
+        // Left after a few rows, with the reader waiting for room.
+        CTableStream early = Stream(dir.Path(u"v.ifd"), files, c.tuning);
+        for (int i = 0; i < 3; ++i) ASSERT_TRUE(early.Next());
     }
-    EXPECT_FALSE(stream.Next());
-    EXPECT_FALSE(stream.Next());
 }
 
 // A table placed at an odd offset: its strings are not aligned for
@@ -77,14 +184,25 @@ TEST(TableStream, StringsAtOddOffsetsComeBackWhole) {
                    bytes.begin() + static_cast<std::ptrdiff_t>(end));
     WriteAll(dir.Native("odd.bin"), shifted);
     const idxdata::TTableInfo table{idxdata::TableOwners, 1, 1 + end - start, 3};
-    CTableStream stream(dir.Path(u"odd.bin"), table, idxdata::TableHeaderSize(3), 2, rec::COwnerRecord());
-    ASSERT_TRUE(stream.Next());
-    EXPECT_EQ(stream.String(0), u"S-1-0-0");
-    ASSERT_TRUE(stream.Next());
-    EXPECT_EQ(stream.String(0), u"S-1-5-18");
-    EXPECT_EQ(stream.String(1), u"SYSTEM");
-    EXPECT_EQ(stream.String(2), u"NT AUTHORITY");
-    EXPECT_FALSE(stream.Next());
+    for (const TCase& c : kCases) {
+        SCOPED_TRACE(c.what);
+        CTableStream stream(dir.Path(u"odd.bin"), table, idxdata::TableHeaderSize(3), 2, rec::COwnerRecord(),
+                            c.tuning);
+        ASSERT_TRUE(stream.Next());
+        EXPECT_EQ(stream.String(0), u"S-1-0-0");
+        ASSERT_TRUE(stream.Next());
+        EXPECT_EQ(stream.String(0), u"S-1-5-18");
+        EXPECT_EQ(stream.String(1), u"SYSTEM");
+        EXPECT_EQ(stream.String(2), u"NT AUTHORITY");
+        EXPECT_FALSE(stream.Next());
+    }
+}
+
+// Streams the files table of `path`, checked through the store's readers.
+CTableStream FilesOf(const std::u16string& path, idxdata::CBuffFileReader& reader) {
+    reader.Open(path);
+    idxdata::CDataFileReader data(reader, path, reader.GetSize());
+    return CTableStream(path, data.OpenSeqTable(idxdata::TableFiles, rec::CFileRecord()), rec::CFileRecord());
 }
 
 TEST(TableStream, DamageIsReportedAtItsRow) {

@@ -75,19 +75,23 @@ int RunFind(const TArgs& args, TContext& ctx) {
     }
     if (bounds.files) {
         idxdata::CTableStream files = index.Tables().Files();
-        while (files.Next()) {
-            const uint64_t dir = files.Qword(kFileParent);
-            index.CheckParent(files, dir);
-            const std::u16string_view name = files.String(kFileName);
-            if (!matches(dir, name)) continue;
+        // Most names are refused: that part stays small enough to be
+        // inlined into the row loop, the rest is out of it.
+        auto report = [&](uint64_t dir, std::u16string_view name) {
             if (bounds.bounded) {
                 const uint64_t size = files.Qword(kFileSize), time = files.Qword(kFileTime);
                 if (size < bounds.minSize || size > bounds.maxSize || time < bounds.newer || time >= bounds.older)
-                    continue;
+                    return;
             }
             out << index.EntryPath(dir, name) << "\n";
             ++found;
-        }
+        };
+        files.ForEachRow([&] {
+            const uint64_t dir = files.Qword(kFileParent);
+            index.CheckParent(files, dir);
+            const std::u16string_view name = files.String(kFileName);
+            if (matches(dir, name)) report(dir, name);
+        });
     }
     if (bounds.links && index.Tables().HasReparses()) {
         idxdata::CTableStream links = index.Tables().Reparses();

@@ -23,6 +23,11 @@ void CVolumeIndex::_LoadDirs() {
     m_NameAt.reserve(static_cast<size_t>(count) + 1);
     m_NameAt.push_back(0);
     idxdata::CTableStream rows = m_Tables.Dirs();
+    // The names take what the table holds beyond the length and parent of
+    // each row: reserved at once, the name store is not copied as it grows.
+    const idxdata::TTableInfo& table = rows.GetTable();
+    const uint64_t tableBytes = table.end - table.start;
+    if (tableBytes > count * 12) m_Names.reserve(static_cast<size_t>((tableBytes - count * 12) / 2));
     while (rows.Next()) {
         const uint64_t id = rows.GetRowId();
         const std::u16string_view name = rows.String(kDirName);
