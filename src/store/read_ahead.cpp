@@ -98,7 +98,7 @@ void CReadAhead::_Run() {
     for (uint64_t k = 0;; ++k) {
         // Chunk k goes to slot k % slots once chunk k - slots was given back.
         for (uint64_t given = m_GivenCount.Load(); k >= given + slots; given = m_GivenCount.Load())
-            m_GivenCount.WaitPast(given, m_Tuning.watchMicroseconds);
+            m_GivenCount.WaitPast(given, m_Tuning.spinMicroseconds);
         if (m_Stop.load()) return;
         TChunk& chunk = m_Chunks[k % slots];
         bool last = true;
@@ -118,7 +118,7 @@ void CReadAhead::_Run() {
 
 CReadAhead::TChunk CReadAhead::Take() {
     if (m_Thread.joinable() && m_Taken >= m_ReadCount.Load() &&
-        !m_ReadCount.SpinPast(m_Taken, m_Tuning.watchMicroseconds)) {
+        !m_ReadCount.SpinPast(m_Taken, m_Tuning.handOverMicroseconds)) {
         // The reader is behind and does not come: on a busy machine it may
         // wait a whole time slice for a processor, chunk after chunk. From
         // here on this thread reads, after the chunks already read.

@@ -25,7 +25,7 @@
 // chunk changes hands without a lock or a system call. The reading thread,
 // ahead, watches for a free slot for a moment, then sleeps until one is
 // given back. The caller never sleeps: when the next chunk is not there
-// after a moment (TTuning::watchMicroseconds; on a busy machine the thread
+// after a while (TTuning::handOverMicroseconds; on a busy machine the thread
 // may wait a whole time slice for a processor, again and again), it stops
 // the thread and reads the rest itself, as without one.
 //
@@ -54,10 +54,16 @@ public:
         uint32_t carryRoom = 64u << 10;   // a path of 32,767 units and its row fit
         uint32_t slots = 4;               // chunks in flight with a thread (at least 3)
         uint64_t threadFrom = 4u << 20;   // a shorter range is read without a thread
-        // How long a side watches for the other before it sleeps or, the
-        // caller, reads itself: a chunk takes some microseconds to copy or
-        // take apart; sleeping and being woken takes longer.
-        uint32_t watchMicroseconds = 50;
+        // How long the reading thread watches for a free slot before it
+        // sleeps: a chunk takes some microseconds to take apart; sleeping
+        // and being woken takes longer.
+        uint32_t spinMicroseconds = 50;
+        // How long the caller watches for the next chunk before it stops
+        // the thread and reads itself. Long enough for a thread that was
+        // just started, or whose first reads are slow, to come (a processor
+        // that was idle can take a millisecond or more to run it); a hand-
+        // over happens once, so this is the most it can cost.
+        uint32_t handOverMicroseconds = 2000;
     };
     struct TChunk {
         uint8_t* data = nullptr;  // carryRoom writable bytes lie before it

@@ -2,6 +2,8 @@
 // memory, then the file and reparse rows streamed from the file; a row's
 // path is built only when its name matches.
 
+#include <optional>
+
 #include "base/utf.h"
 #include "catalogue/commands.h"
 #include "catalogue/glob.h"
@@ -58,7 +60,11 @@ int RunFind(const TArgs& args, TContext& ctx) {
     const std::u16string pattern = util::Utf8ToUtf16(args.positional[1]);
     const bool onPath = pattern.find(u'\\') != std::u16string::npos;
     const CGlob glob(pattern);
-    CVolumeIndex index(ArgPath(args.positional[0]));
+    // The file rows' stream opens before the folders load (see CVolumeIndex).
+    std::optional<idxdata::CTableStream> fileRows;
+    CVolumeIndex index(ArgPath(args.positional[0]), [&](const CIfdTables& tables) {
+        if (bounds.files) fileRows.emplace(tables.Files());
+    });
     CTextOut& out = ctx.out;
     uint64_t found = 0;
 
@@ -74,7 +80,7 @@ int RunFind(const TArgs& args, TContext& ctx) {
             }
     }
     if (bounds.files) {
-        idxdata::CTableStream files = index.Tables().Files();
+        idxdata::CTableStream& files = *fileRows;
         // Most names are refused: that part stays small enough to be
         // inlined into the row loop, the rest is out of it.
         auto report = [&](uint64_t dir, std::u16string_view name) {

@@ -9,7 +9,9 @@
 
 namespace catalogue {
 
-CVolumeIndex::CVolumeIndex(std::u16string_view fileName) : m_Tables(fileName) {
+CVolumeIndex::CVolumeIndex(std::u16string_view fileName, const std::function<void(const CIfdTables&)>& beforeLoad)
+    : m_Tables(fileName) {
+    if (beforeLoad) beforeLoad(m_Tables);
     _LoadDirs();
     _LoadOwners();
 }

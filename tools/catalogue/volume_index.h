@@ -19,6 +19,7 @@
 // Not thread-safe.
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,7 +36,13 @@ struct TOwner {
 
 class CVolumeIndex {
 public:
-    explicit CVolumeIndex(std::u16string_view fileName);
+    explicit CVolumeIndex(std::u16string_view fileName) : CVolumeIndex(fileName, nullptr) {}
+    // `beforeLoad`, when given, runs once the tables are found and before
+    // the folders load. find opens its stream of file rows there: a long
+    // table's reading thread then starts, and fills its chunks, while the
+    // folders load, instead of when the first row is wanted (a thread can
+    // take milliseconds to get a processor that was idle).
+    CVolumeIndex(std::u16string_view fileName, const std::function<void(const CIfdTables&)>& beforeLoad);
 
     const CIfdTables& Tables() const { return m_Tables; }
     uint64_t GetDirCount() const { return m_Parents.size(); }
