@@ -85,18 +85,20 @@ cat "$image" "$lin_big" "$lin_small" >/dev/null  # into the page cache
 out=$(mktemp -d "$bench/out.XXXXXX")
 trap 'rm -rf "$out"' EXIT
 
-# Best of three wall-clock times of a shell command, in seconds.
-seconds() {
+# best_of RUNS COMMAND: the best wall-clock time of RUNS runs of a shell
+# command, in seconds.
+best_of() {
   python3 -c '
 import subprocess, sys, time
 best = None
-for _ in range(3):
+for _ in range(int(sys.argv[1])):
     t = time.monotonic()
-    subprocess.run(sys.argv[1], shell=True, check=True)
+    subprocess.run(sys.argv[2], shell=True, check=True)
     t = time.monotonic() - t
     best = t if best is None else min(best, t)
-print("%.3f" % best)' "$1"
+print("%.3f" % best)' "$1" "$2"
 }
+
 # The pipeline on an image, best of three: "seconds files dirs peak_kib".
 pipeline() {
   local best="" line
@@ -115,11 +117,11 @@ read -r t_small n_small _ _ <<<"$(pipeline "$lin_small")"
 # awk stops reading early: istat's broken pipe is no failure.
 mft_bytes=$(istat "$image" 0 | awk '/^Type: \$DATA/ { for (i = 1; i <= NF; i++) if ($i ~ /^size:/) { print $(i+1); exit } }' || true)
 [ -n "$mft_bytes" ] || mft_bytes=$(icat "$image" 0 | wc -c)
-t_icat=$(seconds "icat '$image' 0 > /dev/null")
-t_dd=$(seconds "dd if='$image' of=/dev/null bs=1M count=$(( (mft_bytes + 1048575) / 1048576 )) status=none")
+t_icat=$(best_of 3 "icat '$image' 0 > /dev/null")
+t_dd=$(best_of 3 "dd if='$image' of=/dev/null bs=1M count=$(( (mft_bytes + 1048575) / 1048576 )) status=none")
 # One run each: these take seconds.
-t_ntfsls=$(python3 -c 'import subprocess,sys,time; t=time.monotonic(); subprocess.run(sys.argv[1], shell=True, check=True); print("%.3f" % (time.monotonic()-t))' "ntfsls -R -l '$image' > /dev/null 2>&1")
-t_fls=$(python3 -c 'import subprocess,sys,time; t=time.monotonic(); subprocess.run(sys.argv[1], shell=True, check=True); print("%.3f" % (time.monotonic()-t))' "fls -r -p -m / '$image' > /dev/null 2>&1")
+t_ntfsls=$(best_of 1 "ntfsls -R -l '$image' > /dev/null 2>&1")
+t_fls=$(best_of 1 "fls -r -p -m / '$image' > /dev/null 2>&1")
 
 python3 - "$t_big" "$n_big" "$t_small" "$n_small" <<'PY'
 import sys

@@ -68,6 +68,40 @@ inline void WriteAll(const std::filesystem::path& path, const std::vector<uint8_
     out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
 }
 
+// The bytes of one table header: signature and versions, the next table's
+// offset, the table id, the field types and the row count, as the writer
+// lays them out (table_format.h).
+inline std::vector<uint8_t> TableHeaderBytes(uint64_t next, uint32_t id, const std::vector<uint16_t>& types,
+                                             uint64_t rows) {
+    std::vector<uint8_t> b = {'T', 'B', 'L', 'X', 1, 0, 1, 0};
+    auto put = [&b](uint64_t v, int n) {
+        for (int i = 0; i < n; ++i) b.push_back(static_cast<uint8_t>(v >> (8 * i)));
+    };
+    put(next, 8);
+    put(0, 4);
+    put(id, 4);
+    put(types.size(), 4);
+    for (uint16_t t : types) put(t, 2);
+    put(rows, 8);
+    return b;
+}
+
+// The whole index file of an empty volume, 208 bytes: an empty files
+// table, the root's row (empty name, parent 0), one owner row "S-1-0-0"
+// with empty names, an empty reparse table.
+inline std::vector<uint8_t> EmptyIndexBytes() {
+    std::vector<uint8_t> bytes = TableHeaderBytes(46, 1, {2, 1, 3, 1, 1}, 0);
+    auto dirs = TableHeaderBytes(98, 2, {2, 1}, 1);
+    dirs.insert(dirs.end(), 12, 0);
+    auto owners = TableHeaderBytes(166, 3, {2, 2, 2}, 1);
+    owners.insert(owners.end(), {7, 0, 0, 0});
+    for (char16_t ch : std::u16string(u"S-1-0-0")) owners.insert(owners.end(), {static_cast<uint8_t>(ch), 0});
+    owners.insert(owners.end(), 8, 0);
+    auto reparses = TableHeaderBytes(0, 4, {1, 2, 2}, 0);
+    for (const auto* part : {&dirs, &owners, &reparses}) bytes.insert(bytes.end(), part->begin(), part->end());
+    return bytes;
+}
+
 inline uint64_t U64At(const std::vector<uint8_t>& bytes, size_t offset) {
     return idxdata::GetU64(bytes.data() + offset);
 }

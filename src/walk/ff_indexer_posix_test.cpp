@@ -10,6 +10,7 @@
 #include "diag/settings.h"
 #include "platform/errors.h"
 #include "platform/file.h"
+#include "store/store_test_util.h"
 #include "testing/log_capture.h"
 #include "testing/temp_dir.h"
 #include "testing/temp_registry.h"
@@ -257,36 +258,9 @@ TEST_F(FfIndexerTest, ALinkMissingFromTheLiveVolumeIsNotWalkedThrough) {
     EXPECT_TRUE(m_Log.Contains(u"Reparse point skipped: [C:\\up]. Substitute: []."));
 }
 
-// The bytes of one table header with the field types and row count given.
-std::vector<uint8_t> Header(uint64_t next, uint32_t id, std::vector<uint16_t> types, uint64_t rows) {
-    std::vector<uint8_t> b = {'T', 'B', 'L', 'X', 1, 0, 1, 0};
-    auto put = [&b](uint64_t v, int n) {
-        for (int i = 0; i < n; ++i) b.push_back(static_cast<uint8_t>(v >> (8 * i)));
-    };
-    put(next, 8);
-    put(0, 4);
-    put(id, 4);
-    put(types.size(), 4);
-    for (uint16_t t : types) put(t, 2);
-    put(rows, 8);
-    return b;
-}
-
 TEST_F(FfIndexerTest, AnEmptyVolumeIsThe208ByteFile) {
     Walk(m_All);
-    std::ifstream in(fs::path(IndexFile()), std::ios::binary);
-    const std::vector<uint8_t> bytes((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
-    std::vector<uint8_t> expected = Header(46, 1, {2, 1, 3, 1, 1}, 0);
-    auto dirs = Header(98, 2, {2, 1}, 1);
-    dirs.insert(dirs.end(), 12, 0);
-    auto owners = Header(166, 3, {2, 2, 2}, 1);
-    owners.insert(owners.end(), {7, 0, 0, 0});
-    for (char16_t ch : std::u16string(u"S-1-0-0")) owners.insert(owners.end(), {static_cast<uint8_t>(ch), 0});
-    owners.insert(owners.end(), 8, 0);
-    auto reparses = Header(0, 4, {1, 2, 2}, 0);
-    for (const auto* part : {&dirs, &owners, &reparses}) expected.insert(expected.end(), part->begin(), part->end());
-    ASSERT_EQ(expected.size(), 208u);
-    EXPECT_EQ(bytes, expected);
+    EXPECT_EQ(store_testing::ReadAll(fs::path(IndexFile())), store_testing::EmptyIndexBytes());
 }
 
 TEST_F(FfIndexerTest, ARootThatCannotBeListedFailsNamingIt) {

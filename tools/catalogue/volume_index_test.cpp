@@ -12,6 +12,7 @@
 #include "base/utf.h"
 #include "catalogue/volume_index.h"
 #include "store/index_base_reader.h"
+#include "store/store_test_util.h"
 #include "testing/temp_dir.h"
 
 namespace {
@@ -20,17 +21,9 @@ namespace {
 // reparse table: each table's header, then its rows as a hole.
 void WriteZeroRowIndex(const std::filesystem::path& path, uint64_t dirs, uint64_t owners) {
     std::vector<uint8_t> bytes;
-    auto put = [&bytes](uint64_t v, int n) {
-        for (int i = 0; i < n; ++i) bytes.push_back(static_cast<uint8_t>(v >> (8 * i)));
-    };
-    auto header = [&](uint64_t next, uint32_t id, std::vector<uint16_t> types, uint64_t rows) {
-        bytes.insert(bytes.end(), {'T', 'B', 'L', 'X', 1, 0, 1, 0});
-        put(next, 8);
-        put(0, 4);
-        put(id, 4);
-        put(types.size(), 4);
-        for (uint16_t t : types) put(t, 2);
-        put(rows, 8);
+    auto header = [&](uint64_t next, uint32_t id, const std::vector<uint16_t>& types, uint64_t rows) {
+        const std::vector<uint8_t> h = store_testing::TableHeaderBytes(next, id, types, rows);
+        bytes.insert(bytes.end(), h.begin(), h.end());
     };
     constexpr uint64_t kFilesEnd = 46, kDirsHeader = 40;
     const uint64_t ownersStart = kFilesEnd + kDirsHeader + dirs * 12;
