@@ -13,7 +13,10 @@ namespace {
 
 uint32_t ReadDword(std::u16string_view name, uint32_t defaultValue) {
     uint32_t value = 0;
-    if (platform::RegReadDword(platform::kHkeyLocalMachine, kSettingsKey, name, value)) return value;
+    // Every value of this key is read with the key opened for reading and
+    // writing (0x2001F), as the family's programs open it.
+    if (platform::RegReadDword(platform::kHkeyLocalMachine, kSettingsKey, name, value, platform::kKeyReadWrite))
+        return value;
     if (platform::GetLastError() == platform::kErrInvalidData)
         WarnUnusableValue(kSettingsKey, name, u"not a DWORD", util::ToStrU32(defaultValue));
     return defaultValue;

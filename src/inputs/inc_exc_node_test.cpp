@@ -117,9 +117,10 @@ TEST(IncExcNodeTest, FlagsByReferencesTreatAPureNodeAsExcluding) {
     EXPECT_EQ(GetFlagsByReferencesAndName({}, u"Data", root), kIncExcNode | kIncExcInc);
 
     // A node never resolved is skipped with an error line.
-    root.m_Children[0].m_Reference = 0;
+    CIncExcNode unresolved(Paths{u"users\\ann", u"data"}, Paths{});
+    unresolved.m_Children[1].m_Reference = 200;
     ngitest::CLogCapture log;
-    EXPECT_EQ(GetFlagsByReferences({}, 200, root), kIncExcNode | kIncExcInc);
+    EXPECT_EQ(GetFlagsByReferences({}, 200, unresolved), kIncExcInc);
     EXPECT_TRUE(log.Contains(u"Zero reference for [users]."));
 }
 
