@@ -32,13 +32,14 @@ std::vector<std::string> LinesAt(const std::string& log, const std::string& labe
 }
 
 // A guest set up right: C: with a folder, its shadow a copy of it in the
-// mapping, filters naming a folder of it.
+// mapping, filters naming a folder of it in another case than on disk (the
+// lines are lower-cased; Windows names compare ignoring case).
 struct CSetup {
     CInstance run;
     fs::path c = run.Root() / "c", snap = run.Root() / "snap_c";
     CSetup() {
         for (const fs::path& root : {c, snap}) {
-            walktest::WriteFile(root / "data" / "a" / "f", 1);
+            walktest::WriteFile(root / "Data" / "a" / "f", 1);
             walktest::WriteFile(root / "other" / "g", 2);
         }
         run.SetVolumes({{"C:", kGuidC, c, {}}}, {});
@@ -73,7 +74,7 @@ TEST(SetupMistakes, EachIsNamedByOneWarningAndTheRunIsAsTheInputsSay) {
         Lines index;
         bool summary;
     } cases[] = {
-        {"sound", [](CSetup&) {}, {}, 0, {"D ", "D data", "D data\\a", "F data\\a\\f 1"}, true},
+        {"sound", [](CSetup&) {}, {}, 0, {"D ", "D Data", "D Data\\a", "F Data\\a\\f 1"}, true},
         {"unix line ends",
          [](CSetup& s) { s.RawInclude(u"C:\\data\nC:\\other\n"); },
          {"Filter file [@BIN@\\NorvaGuestIndexer.inc.filter] has a line with a lone LF or CR, beginning [c:\\data]; "
@@ -89,7 +90,7 @@ TEST(SetupMistakes, EachIsNamedByOneWarningAndTheRunIsAsTheInputsSay) {
          {"no index"}, true},
         {"no shadow", [](CSetup& s) { s.run.Mapping({}); },
          {"Volume [c:] has no shadow in the snapshot mapping; the live volume is walked instead."}, 0,
-         {"D ", "D data", "D data\\a", "F data\\a\\f 1"}, true},
+         {"D ", "D Data", "D Data\\a", "F Data\\a\\f 1"}, true},
         {"shadow that cannot be opened",
          [](CSetup& s) { s.run.Mapping({{VolumeName(kGuidC), (s.run.Root() / "gone").string()}}); },
          {"Shadow [@ROOT@/gone] of volume [c:] cannot be opened (The system cannot find the file specified); "
@@ -101,7 +102,7 @@ TEST(SetupMistakes, EachIsNamedByOneWarningAndTheRunIsAsTheInputsSay) {
          [](CSetup& s) { s.Registry("\"IndexerSkipReparsePoints\"=\"yes\"\r\n"); },
          {"Registry value [HKLM\\SOFTWARE\\NorvA\\Norva Archive and Mirror\\IndexerSkipReparsePoints] is not a "
           "DWORD; the default [0] is used instead."},
-         0, {"D ", "D data", "D data\\a", "F data\\a\\f 1"}, true},
+         0, {"D ", "D Data", "D Data\\a", "F Data\\a\\f 1"}, true},
     };
     for (auto& c : cases) {
         SCOPED_TRACE(c.name);

@@ -1,11 +1,13 @@
 #include "inputs/setup_checks.h"
 
+#include "base/case.h"
 #include "base/exc.h"
 #include "diag/log.h"
 #include "inputs/path_utils.h"
 #include "inputs/volume.h"
 #include "platform/errors.h"
 #include "platform/file.h"
+#include "platform/find.h"
 #include "platform/volume_io.h"
 
 namespace indexer {
@@ -17,10 +19,32 @@ bool IsFolder(const std::u16string& path) {
     return attributes != platform::kInvalidFileAttributes && (attributes & platform::kAttrDirectory);
 }
 
-bool IsMissing(const std::u16string& path) {
-    if (platform::GetAttributes(path) != platform::kInvalidFileAttributes) return false;
-    const uint32_t error = platform::GetLastError();
-    return error == platform::kErrFileNotFound || error == platform::kErrPathNotFound;
+// True when `folder` (relative, "\\" separated) is not below `root`. Each
+// name is looked for in its parent's listing, ignoring case as the walk and
+// the NTFS pipeline compare names, also where the file system doesn't. A
+// listing that fails for another reason than a missing folder counts as
+// found: only a sure absence is named.
+bool IsMissing(const std::u16string& root, std::u16string_view folder) {
+    std::u16string path = root;
+    while (!folder.empty()) {
+        const size_t cut = folder.find(u'\\');
+        const std::u16string_view name = folder.substr(0, cut);
+        folder = cut == std::u16string_view::npos ? std::u16string_view{} : folder.substr(cut + 1);
+        if (name.empty()) continue;
+        platform::TFindData data;
+        platform::CFindHandle search = platform::FindFirst(path + u"\\*", data);
+        if (!search.IsValid()) {
+            const uint32_t error = platform::GetLastError();
+            return error == platform::kErrFileNotFound || error == platform::kErrPathNotFound;
+        }
+        bool found = false;
+        do {
+            found = (data.attributes & platform::kAttrDirectory) && util::EqualNoCase(data.name, name);
+        } while (!found && platform::FindNext(search, data));
+        if (!found) return true;
+        path += u"\\" + data.name;
+    }
+    return false;
 }
 
 // The place the volume's files are read from: its shadow, else the live
@@ -63,7 +87,7 @@ void WarnOfSetupMistakes(const std::vector<CIndexingVolumeInfo>& volumes, platfo
         if (root.empty() || !IsFolder(root + u"\\")) continue;
         for (const auto& folder : volume.m_Include)
             // A folder name with a line break was named at reading already.
-            if (folder.find_first_of(u"\r\n") == std::u16string::npos && IsMissing(root + u"\\" + folder))
+            if (folder.find_first_of(u"\r\n") == std::u16string::npos && IsMissing(root, folder))
                 GetLog().Warning(u"Include folder [%1] does not exist; nothing under it is indexed.",
                                  volume.m_Name + u"\\" + folder);
     }
