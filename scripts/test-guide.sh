@@ -14,20 +14,16 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 root=$PWD
 build=${NGI_BUILD_DIR:-build}
-indexer=$build/src/app/NorvaGuestIndexer
-tool=$build/tools/catalogue/ngi-catalogue
-if [ ! -x "$indexer" ] || [ ! -x "$tool" ]; then
-  echo "test-guide: skipped ($indexer or $tool not built)"
-  exit 0
-fi
-for need in iconv python3; do
-  command -v "$need" >/dev/null || { echo "test-guide: skipped ($need is missing)"; exit 0; }
+[[ $build == /* ]] || build=$root/$build
+bins=("$build/src/app" "$build/tools/catalogue")
+for need in "${bins[0]}/NorvaGuestIndexer" "${bins[1]}/ngi-catalogue" iconv python3; do
+  command -v "$need" >/dev/null || { echo "test-guide: skipped ($need is missing or not built)"; exit 0; }
 done
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/ngi-guide.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 mkdir "$work/run" "$work/captured"
-export PATH="$root/$(dirname "$indexer"):$root/$(dirname "$tool"):$PATH"
+export PATH="${bins[0]}:${bins[1]}:$PATH"
 export NGI_LOCK_DIR=$work  # never meets another run's single-instance lock
 
 python3 - "$root/docs/guide.md" "$work" <<'PY'
