@@ -15,7 +15,7 @@
 #include <thread>
 
 #include "app/entry.h"
-#include "base/utf.h"
+#include "app/run_test_env.h"
 #include "diag/crash_handler.h"
 #include "diag/log.h"
 #include "diag/log_file.h"
@@ -23,7 +23,6 @@
 #include "platform/process.h"
 #include "platform/time.h"
 #include "testing/run_program.h"
-#include "testing/temp_dir.h"
 
 namespace {
 
@@ -74,18 +73,11 @@ void TestClock(platform::TSystemTime& time) {
     _exit(4);
 }
 
-// The text of the log files of "logs" (UTF-16LE after their mark), as UTF-8.
-std::string LogText(const ngitest::CTempDir& dir) {
+// The text of the log files of the folder, as UTF-8.
+std::string LogText(const fs::path& logs) {
     std::string text;
-    for (const auto& e : fs::directory_iterator(dir.Native() / "logs")) {
-        const std::string bytes = dir.ReadFile(fs::path("logs") / e.path().filename());
-        if (e.path().extension() != ".log" || bytes.rfind("\xFF\xFE", 0) != 0) continue;
-        std::u16string wide;
-        for (size_t i = 2; i + 1 < bytes.size(); i += 2)
-            wide += static_cast<char16_t>(static_cast<uint8_t>(bytes[i]) |
-                                          (static_cast<uint8_t>(bytes[i + 1]) << 8));
-        text += util::Utf16ToUtf8(wide);
-    }
+    for (const auto& e : fs::directory_iterator(logs))
+        if (e.path().filename().string().rfind("NorvaGuestIndexer_", 0) == 0) text += runtest::TextOf(e.path());
     return text;
 }
 
@@ -114,7 +106,7 @@ TEST(CrashInLog, ProcessEndsWithADumpAndTheNextRunStarts) {
         ASSERT_TRUE(WIFSIGNALED(status)) << "exit status " << status;
         EXPECT_EQ(WTERMSIG(status), SIGSEGV);
 
-        const std::string log = LogText(dir);
+        const std::string log = LogText(logs);
         EXPECT_NE(log.find("Before the crash."), std::string::npos) << log;
         EXPECT_NE(log.find("Crash handlers were successfully executed."), std::string::npos) << log;
         // Where process tracing is forbidden the dump fails with this line
