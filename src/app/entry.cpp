@@ -81,6 +81,12 @@ int RunIndexer(const std::vector<std::u16string>& args) {
 
         CCrashHandler::SetDumpLocation(logFolder, u"Indexer");
         diag::InitLog(logFolder, kLogBaseName, false, LogDetail, u"");
+        // Only the exact "yes" picks the optimized run; "Yes" is a mistake
+        // that would silently take the legacy run.
+        if (!opt.empty() && opt != u"yes" && opt != u"no")
+            GetLog().Warning(u"Option -opt has the value [%1], which is neither \"yes\" nor \"no\"; the "
+                             u"legacy run is used.",
+                             opt);
 
         std::u16string outputDir;
         try {

@@ -38,6 +38,7 @@ std::vector<std::u16string> FilterVolumes(const std::vector<std::u16string>& mou
         }
     }
     block.Complete();
+    if (kept.empty()) GetLog().Warning(u"The filters cover no volume; nothing is indexed.");
     return kept;
 }
 

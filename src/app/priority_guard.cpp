@@ -86,8 +86,10 @@ std::u16string CPriorityGuard::_ReadName(std::u16string_view valueName,
             if (platform::GetLastError() == platform::kErrFileNotFound) return name;
             throw CWin32Exc(u"Cannot read registry value [%1].", valueName);
         }
-        if (type != platform::kRegSz && type != platform::kRegExpandSz)
+        if (type != platform::kRegSz && type != platform::kRegExpandSz) {
+            settings::WarnUnusableValue(settings::kPriorityKey, valueName, u"not a string", name);
             throw CExc(u"Unexpected registry type: [%1].", util::ToStrU32(type));
+        }
         name = platform::RegDataToString(data);
     } catch (const CExc& e) {
         GetLog().Info(u"%1", e.GetDescription());

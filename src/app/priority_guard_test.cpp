@@ -112,8 +112,13 @@ TEST_F(CGuardFixture, InvalidNameChangesNothing) {
 TEST_F(CGuardFixture, WrongTypeIsLoggedAndTheDefaultUsed) {
     registry.Set(PriorityValue("dword:00000020"));
     { CPriorityGuard guard(u"NorvaGuestIndexerPriority", u"HIGH", fake); }
-    EXPECT_TRUE(log.Contains(u"Unexpected registry type: [4]."));
-    EXPECT_EQ(log.Lines().front().level, LogInfo);
+    // The setup warning names the value, then the line of old at Info.
+    ASSERT_GE(log.Lines().size(), 2u);
+    EXPECT_EQ(log.Lines()[0].level, LogWarning);
+    EXPECT_EQ(log.Lines()[0].text, u"Registry value [HKLM\\Software\\Norva\\Norva Archive And Mirror\\"
+                                   u"NorvaGuestIndexerPriority] is not a string; the default [HIGH] is used instead.");
+    EXPECT_EQ(log.Lines()[1].text, u"Unexpected registry type: [4].");
+    EXPECT_EQ(log.Lines()[1].level, LogInfo);
     EXPECT_EQ(fake->m_Calls, (std::vector<uint32_t>{platform::kHighPriorityClass, kNormalPriorityClass}));
 }
 

@@ -2,6 +2,7 @@
 
 #include "base/exc.h"
 #include "diag/log.h"
+#include "diag/log_lock.h"
 #include "platform/errors.h"
 #include "platform/process.h"
 
@@ -100,6 +101,9 @@ int32_t CCrashHandler::OnUnhandledException(const platform::TCrashInfo& info) {
 
 int32_t CCrashHandler::_Handle(const platform::TCrashInfo& info) {
     if (m_Disabled) return platform::kCrashExecuteHandler;
+    // The crash may have come while a log lock was held, by this thread or
+    // by one that will never let go: from here on no log line waits for it.
+    diag::EnterCrashMode();
     try {
         _GenerateDump(info);
         _RunCrashHandlers();

@@ -4,6 +4,7 @@
 // bounded in number, and then runs the registered crash handlers.
 //
 // On a crash (OnUnhandledException, on the crashing thread):
+//   0. the log stops waiting for its locks (diag::EnterCrashMode);
 //   1. the generator is chosen from the settings read at that moment:
 //      legacy_dump_gen_t where the system can't write process dumps; else
 //      COutOfProcDumpGen when OutOfProcDumpGen is set (a failure to set it

@@ -1,6 +1,7 @@
 #include "diag/log.h"
 
 #include "diag/log_file.h"
+#include "diag/log_lock.h"
 
 CLog::CLog()
     : m_State(std::make_shared<CSharedState>()), m_Alignment(std::make_shared<CMsgAligment>()) {
@@ -10,12 +11,12 @@ CLog::CLog()
 }
 
 bool CLog::IsEnabled(int32_t level) const {
-    std::lock_guard<std::recursive_mutex> lock(m_State->m_Lock->m_Mutex);
+    diag::TLogLockGuard lock(m_State->m_Lock->m_Mutex);
     return m_State->m_Writer != nullptr && m_State->m_Threshold <= level;
 }
 
 void CLog::WriteText(int32_t level, std::u16string_view text) {
-    std::lock_guard<std::recursive_mutex> lock(m_State->m_Lock->m_Mutex);
+    diag::TLogLockGuard lock(m_State->m_Lock->m_Mutex);
     if (!m_State->m_Writer || m_State->m_Threshold > level) return;
     const int32_t depth = m_Alignment->m_Depth;
     size_t start = 0;
@@ -46,7 +47,7 @@ void CLog::LogException(std::u16string_view message, const CExc& e) {
 }
 
 void CLog::SetWriter(std::shared_ptr<CLogWriter> writer) {
-    std::lock_guard<std::recursive_mutex> lock(m_State->m_Lock->m_Mutex);
+    diag::TLogLockGuard lock(m_State->m_Lock->m_Mutex);
     m_State->m_Writer = std::move(writer);
     m_State->m_FileName.clear();
     if (auto* file = dynamic_cast<CFileLogWriter*>(m_State->m_Writer.get()))
@@ -54,7 +55,7 @@ void CLog::SetWriter(std::shared_ptr<CLogWriter> writer) {
 }
 
 void CLog::SetLevel(int32_t level) {
-    std::lock_guard<std::recursive_mutex> lock(m_State->m_Lock->m_Mutex);
+    diag::TLogLockGuard lock(m_State->m_Lock->m_Mutex);
     m_SavedLevel = m_State->m_Threshold;
     m_State->m_Threshold = level;
 }
@@ -62,17 +63,17 @@ void CLog::SetLevel(int32_t level) {
 void CLog::SuspendLogging() { SetLevel(LogOff); }
 
 void CLog::RestoreLogging() {
-    std::lock_guard<std::recursive_mutex> lock(m_State->m_Lock->m_Mutex);
+    diag::TLogLockGuard lock(m_State->m_Lock->m_Mutex);
     m_State->m_Threshold = m_SavedLevel;
 }
 
 int32_t CLog::GetLevel() const {
-    std::lock_guard<std::recursive_mutex> lock(m_State->m_Lock->m_Mutex);
+    diag::TLogLockGuard lock(m_State->m_Lock->m_Mutex);
     return m_State->m_Threshold;
 }
 
 void CLog::GetLogFileName(std::u16string& name) const {
-    std::lock_guard<std::recursive_mutex> lock(m_State->m_Lock->m_Mutex);
+    diag::TLogLockGuard lock(m_State->m_Lock->m_Mutex);
     // A file writer opens its file at the first line and changes it at
     // midnight: ask it for the file it writes now.
     if (auto* file = dynamic_cast<CFileLogWriter*>(m_State->m_Writer.get())) {
@@ -83,17 +84,17 @@ void CLog::GetLogFileName(std::u16string& name) const {
 }
 
 void CLog::IncDepth() {
-    std::lock_guard<std::recursive_mutex> lock(m_State->m_Lock->m_Mutex);
+    diag::TLogLockGuard lock(m_State->m_Lock->m_Mutex);
     ++m_Alignment->m_Depth;
 }
 
 void CLog::DecDepth() {
-    std::lock_guard<std::recursive_mutex> lock(m_State->m_Lock->m_Mutex);
+    diag::TLogLockGuard lock(m_State->m_Lock->m_Mutex);
     if (--m_Alignment->m_Depth < 0) m_Alignment->m_Depth = 0;
 }
 
 int32_t CLog::GetDepth() const {
-    std::lock_guard<std::recursive_mutex> lock(m_State->m_Lock->m_Mutex);
+    diag::TLogLockGuard lock(m_State->m_Lock->m_Mutex);
     return m_Alignment->m_Depth;
 }
 

@@ -6,7 +6,8 @@
 //
 // Messages use the %1 formatter (base/format.h) with up to five arguments.
 // Thread-safety: every call may come from any thread (one lock per log,
-// then the writer's own lock).
+// then the writer's own lock). Once the process crashes neither lock is
+// waited for long (diag/log_lock.h).
 
 #include <cstdint>
 #include <memory>
@@ -40,7 +41,7 @@ class CLog {
 public:
     class CLogLock {
     public:
-        std::recursive_mutex m_Mutex;
+        std::recursive_timed_mutex m_Mutex;
     };
     class CMsgAligment {
     public:

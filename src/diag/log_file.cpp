@@ -3,6 +3,7 @@
 #include <cstring>
 
 #include "base/format.h"
+#include "diag/log_lock.h"
 #include "platform/errors.h"
 #include "platform/file_acl.h"
 #include "platform/process.h"
@@ -86,16 +87,22 @@ CFileLogWriter::CFileLogWriter(bool showThreadId)
 CFileLogWriter::~CFileLogWriter() = default;
 
 std::u16string CFileLogWriter::GetCurrentFileName() const {
-    std::lock_guard<std::mutex> lock(m_Lock);
+    diag::TLogLockGuard lock(m_Lock);
     return m_FileName;
 }
 
 void CFileLogWriter::SetClock(diag::TLogClock clock) {
-    std::lock_guard<std::mutex> lock(m_Lock);
+    diag::TLogLockGuard lock(m_Lock);
     m_Clock = std::move(clock);
 }
 
-void CFileLogWriter::Now(platform::TSystemTime& time) const { m_Clock(time); }
+void CFileLogWriter::Now(platform::TSystemTime& time) const {
+    // A crash may have happened inside the clock.
+    if (diag::InCrashMode())
+        platform::GetLocalTime(time);
+    else
+        m_Clock(time);
+}
 
 void CFileLogWriter::_OpenFile() {
     using namespace platform;
@@ -127,9 +134,9 @@ void CFileLogWriter::_OpenFile() {
 
 void CFileLogWriter::WriteLine(int32_t level, const CLog& log, int32_t depth,
                                std::u16string_view text) {
-    std::lock_guard<std::mutex> lock(m_Lock);
+    diag::TLogLockGuard lock(m_Lock);
     try {
-        if (IsNewFileNeeded() || !m_File.IsValid()) _OpenFile();
+        if (lock.OwnsLock() && (IsNewFileNeeded() || !m_File.IsValid())) _OpenFile();
         if (!m_File.IsValid()) return;
         platform::TSystemTime now;
         Now(now);

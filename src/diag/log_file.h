@@ -19,7 +19,9 @@
 // without a word: logging never fails the caller.
 //
 // Thread-safety: WriteLine may come from any thread; each writer has its own
-// lock, taken after the log's.
+// lock, taken after the log's. Once the process crashes (diag/log_lock.h)
+// the lines take the system's clock, not the one set here, and a line whose
+// lock can't be had goes to the open file without it, never to a new one.
 
 #include <cstdint>
 #include <functional>
@@ -78,7 +80,7 @@ private:
 
     platform::CHandle m_File;
     std::u16string m_FileName;
-    mutable std::mutex m_Lock;
+    mutable std::recursive_timed_mutex m_Lock;  // recursive: a crash inside a line logs again
     bool m_ShowThreadId;
     uint32_t m_ShareMode = platform::kShareRead | platform::kShareWrite;
     diag::TLogClock m_Clock;

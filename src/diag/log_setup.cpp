@@ -3,6 +3,7 @@
 #include <map>
 
 #include "diag/log_file.h"
+#include "diag/settings.h"
 #include "platform/errors.h"
 #include "platform/file.h"
 #include "platform/find.h"
@@ -16,6 +17,9 @@ uint32_t GetMaxLogsCount() {
     if (platform::RegReadDword(platform::kHkeyLocalMachine, u"SOFTWARE\\NorvA", u"MAX_LOGS_COUNT",
                                value))
         return value;
+    if (platform::GetLastError() == platform::kErrInvalidData)
+        settings::WarnUnusableValue(u"SOFTWARE\\NorvA", u"MAX_LOGS_COUNT", u"not a DWORD",
+                                    util::ToStrU32(kDefaultMaxLogsCount));
     return kDefaultMaxLogsCount;
 }
 
@@ -54,6 +58,9 @@ void InitLog(CLog& log, std::u16string_view folder, std::u16string_view baseName
                                                         std::u16string(baseName), showThreadId));
     log.SetLevel(level);
     log.Info(std::u16string(96, u'='));
+    // The cleanup read the limit before the log had a file: read it again
+    // for the warning of an unusable value.
+    if (&log == &GetLog()) GetMaxLogsCount();
     if (!headerName.empty()) WriteHeader(log, headerName);
 }
 

@@ -2,6 +2,9 @@
 
 #include <vector>
 
+#include "base/format.h"
+#include "diag/log.h"
+#include "platform/errors.h"
 #include "platform/registry.h"
 
 namespace settings {
@@ -10,9 +13,13 @@ namespace {
 
 uint32_t ReadDword(std::u16string_view name, uint32_t defaultValue) {
     uint32_t value = 0;
-    return platform::RegReadDword(platform::kHkeyLocalMachine, kSettingsKey, name, value)
-               ? value
-               : defaultValue;
+    // Every value of this key is read with the key opened for reading and
+    // writing (0x2001F), as the family's programs open it.
+    if (platform::RegReadDword(platform::kHkeyLocalMachine, kSettingsKey, name, value, platform::kKeyReadWrite))
+        return value;
+    if (platform::GetLastError() == platform::kErrInvalidData)
+        WarnUnusableValue(kSettingsKey, name, u"not a DWORD", util::ToStrU32(defaultValue));
+    return defaultValue;
 }
 
 bool ReadBool(std::u16string_view name, bool defaultValue) {
@@ -35,11 +42,22 @@ std::u16string GetSqlTempLogPath() {
     std::vector<uint8_t> data;
     if (!platform::RegOpenKey(platform::kHkeyLocalMachine, kSettingsKey, platform::kKeyReadWrite,
                               key) ||
-        !platform::RegQueryValue(key, u"SqlTempLogPath", type, data) ||
-        (type != platform::kRegSz && type != platform::kRegExpandSz))
+        !platform::RegQueryValue(key, u"SqlTempLogPath", type, data))
         return {};
+    if (type != platform::kRegSz && type != platform::kRegExpandSz) {
+        WarnUnusableValue(kSettingsKey, u"SqlTempLogPath", u"not a string", u"");
+        return {};
+    }
     std::u16string text = platform::RegDataToString(data);
-    return text.size() <= kMaxChars ? text : std::u16string();
+    if (text.size() <= kMaxChars) return text;
+    WarnUnusableValue(kSettingsKey, u"SqlTempLogPath", u"longer than 32 characters", u"");
+    return {};
+}
+
+void WarnUnusableValue(std::u16string_view key, std::u16string_view name, std::u16string_view problem,
+                       std::u16string_view defaultText) {
+    GetLog().Warning(u"Registry value [HKLM\\%1\\%2] is %3; the default [%4] is used instead.", key, name,
+                     problem, defaultText);
 }
 
 }  // namespace settings

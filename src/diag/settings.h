@@ -1,13 +1,16 @@
 #pragma once
 // The registry settings of the indexer (docs/settings.md). Each reader opens
-// the key, reads the value and falls back on its default, without a word,
-// when the key or the value is missing, has another type, or can't be read.
+// the key, reads the value and falls back on its default when the key or the
+// value is missing or can't be read. A value that is there but unusable
+// (another type, too long) gives the default too, with a Warning line
+// (WarnUnusableValue).
 //
 // They live here, below every subsystem that consumes them (the walk, the
 // NTFS pipeline, the crash handler), and read nothing but the registry.
 
 #include <cstdint>
 #include <string>
+#include <string_view>
 
 namespace settings {
 
@@ -32,5 +35,10 @@ uint32_t GetMiniDumpModeMask();
 // 0; a string of at most 32 characters (a longer one reads as empty);
 // default empty.
 std::u16string GetSqlTempLogPath();
+
+// "Registry value [HKLM\<key>\<name>] is <problem>; the default [<default>]
+// is used instead." at level Warning.
+void WarnUnusableValue(std::u16string_view key, std::u16string_view name, std::u16string_view problem,
+                       std::u16string_view defaultText);
 
 }  // namespace settings

@@ -65,7 +65,17 @@ void CFilterReader::ReadFilterFile(std::u16string_view name,
         if (done != static_cast<uint32_t>(size))
             throw CExc(u"Cannot read file: %1", path);
     }
+    const size_t first = lines.size();
     ParseFilterText(data.Get(), done, lines);
+    // A file saved with other line ends than CR LF reads as one long line.
+    for (size_t i = first; i < lines.size(); ++i) {
+        const std::u16string& line = lines[i];
+        const size_t brk = line.find_first_of(u"\r\n");
+        if (brk == std::u16string::npos) continue;
+        GetLog().Warning(u"Filter file [%1] has a line with a lone LF or CR, beginning [%2]; lines must "
+                         u"end with CR LF. The line is kept whole, as one path, and matches no folder.",
+                         path, line.substr(0, brk));
+    }
 }
 
 void CFilterReader::ParseFilterText(const uint8_t* data, size_t size,

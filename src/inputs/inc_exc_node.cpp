@@ -50,15 +50,61 @@ void AddSubdirectory(CIncExcNode& node, std::u16string_view path, uint32_t paren
         added.m_IncExcFlag = parentFlags;
         AddSubdirectory(added, rest, added.m_IncExcFlag, kind);
     }
-    node.m_Children.push_back(std::move(added));
+    node.AddChild(std::move(added));
     node.m_IncExcFlag = (node.m_IncExcFlag | kIncExcNode) & ~kIncExcExc;
 }
 
-CIncExcNode* FindChild(std::u16string_view name, CIncExcNode& node) {
-    for (auto& child : node.m_Children)
-        if (util::EqualNoCase(child.m_Name, name)) return &child;
-    return nullptr;
+CIncExcNode* CIncExcNode::ChildByName(std::u16string_view name) {
+    if (m_Children.empty()) return nullptr;
+    if (m_ByNameCount != m_Children.size()) {
+        m_ByName.clear();
+        m_ByName.reserve(m_Children.size());
+        for (size_t i = 0; i < m_Children.size(); ++i) m_ByName.emplace(util::ToUpper(m_Children[i].m_Name), i);
+        m_ByNameCount = m_Children.size();
+    }
+    const auto it = m_ByName.find(util::ToUpper(name));
+    return it == m_ByName.end() ? nullptr : &m_Children[it->second];
 }
+
+void CIncExcNode::_IndexReferences() {
+    m_ByReference.clear();
+    m_ByReference.reserve(m_Children.size());
+    m_ByReferenceHasZero = false;
+    for (size_t i = 0; i < m_Children.size(); ++i) {
+        m_ByReference.emplace(m_Children[i].m_Reference, i);
+        m_ByReferenceHasZero = m_ByReferenceHasZero || m_Children[i].m_Reference == 0;
+    }
+    m_ByReferenceCount = m_Children.size();
+}
+
+CIncExcNode* CIncExcNode::ChildByReference(uint64_t reference) {
+    if (m_Children.empty()) return nullptr;
+    if (m_ByReferenceCount != m_Children.size()) _IndexReferences();
+    auto it = m_ByReference.find(reference);
+    const bool stale = it == m_ByReference.end() ? m_ByReferenceHasZero
+                                                 : m_Children[it->second].m_Reference != reference;
+    if (stale) {
+        _IndexReferences();
+        it = m_ByReference.find(reference);
+    }
+    return it == m_ByReference.end() ? nullptr : &m_Children[it->second];
+}
+
+void CIncExcNode::AddChild(CIncExcNode child) {
+    const size_t at = m_Children.size();
+    if (m_ByNameCount == at) {
+        m_ByName.emplace(util::ToUpper(child.m_Name), at);
+        ++m_ByNameCount;
+    }
+    if (m_ByReferenceCount == at) {
+        m_ByReference.emplace(child.m_Reference, at);
+        m_ByReferenceHasZero = m_ByReferenceHasZero || child.m_Reference == 0;
+        ++m_ByReferenceCount;
+    }
+    m_Children.push_back(std::move(child));
+}
+
+CIncExcNode* FindChild(std::u16string_view name, CIncExcNode& node) { return node.ChildByName(name); }
 
 const CIncExcNode* FindChild(std::u16string_view name, const CIncExcNode& node) {
     return FindChild(name, const_cast<CIncExcNode&>(node));
@@ -95,8 +141,13 @@ bool IsPathIncluded(const std::vector<TPathPart>& parts, const CIncExcNode& root
 namespace {
 
 // The child whose reference matches; children with reference 0 are skipped
-// with an error line, as they were never resolved.
+// with an error line, as they were never resolved. Those lines name every
+// unresolved child before the match, in order, so a node that has such
+// children is scanned; a resolved one is looked up.
 const CIncExcNode* FindChildByReference(const CIncExcNode& node, uint64_t reference) {
+    CIncExcNode& lookup = const_cast<CIncExcNode&>(node);
+    const CIncExcNode* zero = lookup.ChildByReference(0);
+    if (!zero) return reference == 0 ? nullptr : lookup.ChildByReference(reference);
     for (const auto& child : node.m_Children) {
         if (child.m_Reference == 0) {
             GetLog().Error(u"Zero reference for [%1].", child.m_Name);

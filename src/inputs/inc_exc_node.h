@@ -9,10 +9,18 @@
 //
 // Names compare as the Windows file system does, ignoring case
 // (base/case.h). The tree is built and read on one thread.
+//
+// A node finds a child by name, and by reference, through an index of its
+// children that it builds on first use and rebuilds when the number of
+// children changed since, so that a folder with 100,000 filter lines below
+// it costs no scan of its siblings per line or per lookup.
+// REQUIRES: m_Children changes only through AddChild or by erasing; a
+// child's name doesn't change, nor its reference once that is not 0.
 
 #include <cstdint>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace indexer {
@@ -43,6 +51,26 @@ public:
     std::vector<CIncExcNode> m_Children;
     uint64_t m_Reference = 0;
     uint32_t m_IncExcFlag = 0;
+
+    // The first child of the name (ignoring case), or of the reference;
+    // nullptr when none.
+    CIncExcNode* ChildByName(std::u16string_view name);
+    CIncExcNode* ChildByReference(uint64_t reference);
+    // Appends a child, keeping the indexes.
+    void AddChild(CIncExcNode child);
+
+private:
+    void _IndexReferences();
+
+    // Upper-cased name, or reference, to the position of the first child
+    // with it; valid while the count equals the children's. References of
+    // 0 may be resolved later: while the index holds some, a miss or a
+    // changed entry rebuilds it.
+    std::unordered_map<std::u16string, size_t> m_ByName;
+    size_t m_ByNameCount = 0;
+    std::unordered_map<uint64_t, size_t> m_ByReference;
+    size_t m_ByReferenceCount = 0;
+    bool m_ByReferenceHasZero = false;
 };
 
 // Adds the relative path below node with kind kIncExcKindInclude or

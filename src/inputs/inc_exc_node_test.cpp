@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/format.h"
 #include "inputs/path_utils.h"
 #include "testing/log_capture.h"
 
@@ -117,10 +118,43 @@ TEST(IncExcNodeTest, FlagsByReferencesTreatAPureNodeAsExcluding) {
     EXPECT_EQ(GetFlagsByReferencesAndName({}, u"Data", root), kIncExcNode | kIncExcInc);
 
     // A node never resolved is skipped with an error line.
-    root.m_Children[0].m_Reference = 0;
+    CIncExcNode unresolved(Paths{u"users\\ann", u"data"}, Paths{});
+    unresolved.m_Children[1].m_Reference = 200;
     ngitest::CLogCapture log;
-    EXPECT_EQ(GetFlagsByReferences({}, 200, root), kIncExcNode | kIncExcInc);
+    EXPECT_EQ(GetFlagsByReferences({}, 200, unresolved), kIncExcInc);
     EXPECT_TRUE(log.Contains(u"Zero reference for [users]."));
+}
+
+// Many siblings go through the node's indexes: the same tree and warnings as
+// a search of the siblings gives, also after the pipeline erases a child and
+// after it fills in references that were asked for while still 0.
+TEST(IncExcNodeTest, ManySiblingsAreFoundThroughTheIndexes) {
+    Paths exclude;
+    for (int i = 0; i < 1000; ++i) exclude.push_back(u"big\\F" + util::ToStrU32(i));
+    exclude.push_back(u"BIG\\f7");
+    exclude.push_back(u"big\\f7\\below");
+    exclude.push_back(u"big\\F3");
+    ngitest::CLogCapture log;
+    CIncExcNode root(Paths{}, exclude);
+    std::vector<std::u16string> warnings;
+    for (const auto& line : log.Lines())
+        if (line.level == LogWarning) warnings.push_back(line.text);
+    EXPECT_EQ(warnings, (std::vector<std::u16string>{u"Directory 'f7' already exist. Subdirs is empty.",
+                                                     u"Parent directory [f7] already excluded.",
+                                                     u"Directory 'F3' already exist. Subdirs is empty."}));
+    CIncExcNode& big = root.m_Children.at(0);
+    ASSERT_EQ(big.m_Children.size(), 1000u);
+    EXPECT_EQ(FindChild(u"f999", big), &big.m_Children[999]);
+    EXPECT_EQ(FindChild(u"f1000", big), nullptr);
+
+    EXPECT_EQ(big.ChildByReference(0), &big.m_Children[0]);  // asked while all are 0
+    big.m_Children.erase(big.m_Children.begin() + 5);            // F5 not found on the volume
+    EXPECT_EQ(FindChild(u"F6", big), &big.m_Children[5]);
+    EXPECT_EQ(FindChild(u"F5", big), nullptr);
+    big.m_Reference = 9;
+    for (size_t i = 0; i < big.m_Children.size(); ++i) big.m_Children[i].m_Reference = 100 + i;
+    EXPECT_EQ(GetFlagsByReferences({9}, 100 + 998, root), kIncExcExc);  // F999
+    EXPECT_EQ(GetFlagsByReferences({9}, 5000, root), kIncExcInc);      // a folder the lines don't name
 }
 
 TEST(IncExcNodeTest, OverlyDeepLineIsRefusedNotRecursedInto) {

@@ -3,6 +3,7 @@
 #include "base/case.h"
 #include "diag/log.h"
 #include "inputs/path_utils.h"
+#include "inputs/setup_checks.h"
 #include "inputs/volume.h"
 #include "platform/errors.h"
 #include "platform/file.h"
@@ -122,6 +123,7 @@ void BuildVolumeDescriptions(const CFilterReader& reader, std::vector<CIndexingV
             GetLog().Detail(u"    Snapshot: [%1].", shadow.ShadowMountPointName);
         }
     }
+    WarnOfSetupMistakes(volumes, system);
 }
 
 }  // namespace indexer

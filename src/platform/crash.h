@@ -50,6 +50,9 @@ using CrashFilter = int32_t (*)(const TCrashInfo& info);
 
 // SetUnhandledExceptionFilter: makes `filter` the process's crash filter and
 // returns the previous one (null if none). Never fails.
+// Windows: the system's filter that was in place before the first call (a
+// runtime's or a host's) is kept; once `filter` has run, it is called and
+// its answer is the answer.
 // POSIX: the first call installs handlers for the five fatal signals and an
 // alternate signal stack for the calling thread (other threads that want
 // their stack overflows caught call PrepareThreadForCrashes). A second crash

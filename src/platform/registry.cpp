@@ -7,9 +7,9 @@
 namespace platform {
 
 bool RegReadDword(RegRoot root, std::u16string_view subKey, std::u16string_view name,
-                  uint32_t& value) {
+                  uint32_t& value, uint32_t access) {
     CRegKey key;
-    if (!RegOpenKey(root, subKey, kKeyRead, key)) return false;
+    if (!RegOpenKey(root, subKey, access, key)) return false;
     uint32_t type = 0;
     std::vector<uint8_t> data;
     if (!RegQueryValue(key, name, type, data)) return false;

@@ -91,10 +91,10 @@ bool RegEnumValue(const CRegKey& key, uint32_t index, std::u16string& name, uint
 
 // Helpers over the calls above, the same on both platforms (registry.cpp).
 
-// Opens root\subKey with kKeyRead and reads a REG_DWORD value. False (last
+// Opens root\subKey with `access` and reads a REG_DWORD value. False (last
 // error set; 13 when the value has another type or size) on any failure.
 bool RegReadDword(RegRoot root, std::u16string_view subKey, std::u16string_view name,
-                  uint32_t& value);
+                  uint32_t& value, uint32_t access = kKeyRead);
 // The text of REG_SZ / REG_EXPAND_SZ / REG_MULTI_SZ data: UTF-16LE up to
 // the first null (the whole data when it has none; an odd last byte is dropped).
 std::u16string RegDataToString(const std::vector<uint8_t>& data);

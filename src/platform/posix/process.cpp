@@ -11,8 +11,12 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <string>
 #include <mutex>
 
 #include "base/utf.h"
@@ -214,6 +218,23 @@ uint32_t ClassOfNice(int nice) {
     return kRealtimePriorityClass;
 }
 
+// True when the process may set its threads' nice values back to `nice`
+// after lowering them: with CAP_SYS_NICE, or within RLIMIT_NICE (whose
+// ceiling is 20 - limit). Most users have neither: their lowered nice value
+// is theirs for good.
+bool CanRaiseNiceBackTo(int nice) {
+    rlimit limit{};
+    if (::getrlimit(RLIMIT_NICE, &limit) == 0 &&
+        (limit.rlim_cur == RLIM_INFINITY || 20 - nice <= static_cast<long long>(limit.rlim_cur)))
+        return true;
+    constexpr int kCapSysNice = 23;
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);)
+        if (line.rfind("CapEff:", 0) == 0)
+            return (std::strtoull(line.c_str() + 7, nullptr, 16) >> kCapSysNice) & 1;
+    return false;
+}
+
 bool BeginBackground(TBackground& bg) {
     const pid_t self = CurrentTid();
     int ioprio = GetIoprio(self);
@@ -228,11 +249,16 @@ bool BeginBackground(TBackground& bg) {
         if (!GetNice(tid, t.nice) || t.ioprio < 0) continue;  // ended meanwhile
         bg.saved.push_back(t);
     }
+    // The idle I/O class can always be left again; nice 19 only with the
+    // right to raise it back, else the end of background mode would fail.
+    int lowestNice = 19;
+    for (const auto& t : bg.saved) lowestNice = std::min(lowestNice, t.nice);
+    const bool lowerNice = CanRaiseNiceBackTo(lowestNice);
     const int idle = kIoprioClassIdle << kIoprioClassShift;
     for (const auto& t : bg.saved) {
-        if ((::setpriority(PRIO_PROCESS, static_cast<id_t>(t.tid), 19) != 0 ||
-             !SetIoprio(t.tid, idle)) &&
-            errno != ESRCH) {
+        if ((lowerNice && ::setpriority(PRIO_PROCESS, static_cast<id_t>(t.tid), 19) != 0) ||
+            !SetIoprio(t.tid, idle)) {
+            if (errno == ESRCH) continue;
             int err = errno;
             for (const auto& u : bg.saved) {  // undo what was done
                 ::setpriority(PRIO_PROCESS, static_cast<id_t>(u.tid), u.nice);

@@ -24,6 +24,8 @@ using win32::ToWide;
 namespace {
 
 std::atomic<CrashFilter> g_Filter{nullptr};
+// The process's filter from before ours (a runtime's or a host's), if any.
+std::atomic<LPTOP_LEVEL_EXCEPTION_FILTER> g_PreviousOsFilter{nullptr};
 
 LONG WINAPI TopLevelFilter(EXCEPTION_POINTERS* pointers) {
     TCrashInfo info;
@@ -40,7 +42,11 @@ LONG WINAPI TopLevelFilter(EXCEPTION_POINTERS* pointers) {
     info.threadId = ::GetCurrentThreadId();
     info.context = pointers;
     CrashFilter filter = g_Filter.load();
-    return filter ? filter(info) : EXCEPTION_CONTINUE_SEARCH;
+    const LONG answer = filter ? filter(info) : EXCEPTION_CONTINUE_SEARCH;
+    // Ours has written its dump; the filter that was there before gives the
+    // answer, as it would have without us.
+    if (LPTOP_LEVEL_EXCEPTION_FILTER previous = g_PreviousOsFilter.load()) return previous(pointers);
+    return answer;
 }
 
 // dbghelp.dll, loaded once, with the entries the crash code uses.
@@ -155,7 +161,10 @@ std::string FramesText(const CONTEXT& faultContext) {
 CrashFilter SetCrashFilter(CrashFilter filter) {
     static std::atomic<bool> installed{false};
     CrashFilter previous = g_Filter.exchange(filter);
-    if (!installed.exchange(true)) ::SetUnhandledExceptionFilter(TopLevelFilter);
+    if (!installed.exchange(true)) {
+        LPTOP_LEVEL_EXCEPTION_FILTER previousOs = ::SetUnhandledExceptionFilter(TopLevelFilter);
+        if (previousOs != TopLevelFilter) g_PreviousOsFilter = previousOs;
+    }
     return previous;
 }
 
