@@ -180,6 +180,53 @@ TEST_F(FastSynthetic, InvalidRecordsAreCountedAndTheVolumeStillIndexes) {
     EXPECT_TRUE(log.Contains(u"Execute NTFS parsing algorithm. Ok."));
 }
 
+// A bad record behind a long run of free ones is one invalid record, logged
+// once by its own number; the scan goes on after it. It was once reported
+// for every free record before it, each report scanning the bitmap again.
+TEST_F(FastSynthetic, BadRecordAfterFreeOnesIsCountedOnce) {
+    CSynthVolume volume(1000);
+    volume.File(16, 5, u"first.txt");
+    volume.File(700, 5, u"torn.txt").BadSignature = true;
+    volume.File(701, 5, u"after.txt");
+    ngitest::CLogCapture log;
+    ASSERT_EQ(Index(volume), "");
+    EXPECT_EQ(m_Content.Files.size(), 2u);
+    size_t reports = 0;
+    for (const auto& line : log.Lines()) reports += line.text.find(u"Can`t parse file record #") != std::u16string::npos;
+    EXPECT_EQ(reports, 1u);
+    EXPECT_TRUE(log.Contains(u"Can`t parse file record #700."));
+    EXPECT_TRUE(log.Contains(u"Complete with fails, 1 invalid file records found!"));
+}
+
+// Each failure leaves no index behind that its readers would refuse, or that
+// would hide the volume: the attempt fails, naming the record.
+TEST_F(FastSynthetic, VolumesThatWouldGiveAnUnreadableOrEmptyIndexFail) {
+    CSynthVolume emptyDir(20);
+    emptyDir.Dir(16, 5, u"");
+    emptyDir.File(17, 16, u"inside.txt");
+    ngitest::CLogCapture log;
+    std::string failure = Index(emptyDir);
+    EXPECT_NE(failure.find("Directory FRN=0x0000000000000010 has an empty name"), std::string::npos) << failure;
+    EXPECT_NE(failure.find("Cannot process file record #16."), std::string::npos) << failure;
+    EXPECT_TRUE(log.Contains(u"Found empty FileName for directory! FileRefNum=0x0000000000000010."));
+    // An empty file name stays a row: the readers take it.
+    CSynthVolume emptyFile(20);
+    emptyFile.File(16, 5, u"");
+    EXPECT_EQ(Index(emptyFile), "");
+    // A bitmap that frees one of records 0 to 15, whatever the settings skip.
+    for (const uint64_t freed : {0u, 9u, 15u}) {
+        CSynthVolume volume(20);
+        volume.File(16, 5, u"a.txt");
+        TBytes image = volume.Build();
+        // The bitmap's cluster follows the $MFT's five.
+        const size_t bitmap = (CSynthVolume::kMftCluster + 5) * CSynthVolume::kCluster;
+        image[bitmap + freed / 8] &= static_cast<uint8_t>(~(1u << (freed % 8)));
+        failure = IndexImage(image);
+        EXPECT_NE(failure.find("marks file record #" + std::to_string(freed) + " free"), std::string::npos)
+            << failure;
+    }
+}
+
 TEST_F(FastSynthetic, ParentThatIsNoDirectoryStopsTheVolume) {
     CSynthVolume volume(20);
     volume.File(16, 17, u"child");
@@ -286,6 +333,62 @@ void AddReparseIndex(CSynthVolume& volume, uint64_t reparseFrn, const std::vecto
     Put32(root, 0x18, static_cast<uint32_t>(0x10 + entries.size()));
     root.insert(root.end(), entries.begin(), entries.end());
     volume.File(reparseFrn, 11, u"$Reparse").Extra.push_back(ResidentAttr(0x90, root, u"$R"));
+}
+
+// $Secure (record 9) with a resident $SDS and $SII: a descriptor for each
+// security id, owned by S-1-5-32-544, or by no one (owner offset 0, legal).
+void AddSecure(CSynthVolume& volume, const std::vector<std::pair<uint32_t, bool>>& ids) {
+    TBytes sds, entries;
+    for (const auto& [id, owned] : ids) {
+        const uint32_t offset = static_cast<uint32_t>(sds.size());
+        TBytes record(56, 0);
+        Put32(record, 4, id);
+        Put64(record, 8, offset);
+        Put32(record, 16, 56);
+        record[20] = 1;                  // revision
+        Put16(record, 22, 0x8004);       // self-relative, DACL present
+        Put32(record, 24, owned ? 20 : 0);
+        const uint8_t sid[16] = {1, 2, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0, 0x20, 2, 0, 0};
+        std::copy(sid, sid + 16, record.begin() + 40);
+        sds.insert(sds.end(), record.begin(), record.end());
+        TBytes entry(40, 0);
+        Put16(entry, 0, 20);
+        Put16(entry, 2, 20);
+        Put16(entry, 8, 40);
+        Put16(entry, 10, 4);
+        Put32(entry, 16, id);
+        Put32(entry, 24, id);
+        Put64(entry, 28, offset);
+        Put32(entry, 36, 56);
+        entries.insert(entries.end(), entry.begin(), entry.end());
+    }
+    sds.resize(sds.size() + 16);  // no record may end where the stream ends
+    const TBytes last = IndexEntry(0, {}, 2);
+    entries.insert(entries.end(), last.begin(), last.end());
+    TBytes root(0x20, 0);
+    Put32(root, 0x10, 0x10);
+    Put32(root, 0x14, static_cast<uint32_t>(0x10 + entries.size()));
+    Put32(root, 0x18, static_cast<uint32_t>(0x10 + entries.size()));
+    root.insert(root.end(), entries.begin(), entries.end());
+    TSynthRecord& secure = volume.File(9, 5, u"$Secure", 0);
+    secure.Extra = {ResidentAttr(0x80, sds, u"$SDS"), ResidentAttr(0x90, root, u"$SII")};
+}
+
+TEST_F(FastSynthetic, DescriptorsWithoutOwnerGiveOwnerZeroAndOneWarning) {
+    CSynthVolume volume(24);
+    AddSecure(volume, {{0x100, true}, {0x101, false}, {0x102, false}});
+    volume.File(16, 5, u"owned.txt").SecurityId = 0x100;
+    volume.File(17, 5, u"nobody.txt").SecurityId = 0x101;
+    volume.File(18, 5, u"nobody-too.txt").SecurityId = 0x102;
+    const std::string settings = std::string(kSettingsKey) + "\"IndexerSkipReparsePoints\"=dword:00000001\n";
+    ngitest::CLogCapture log;
+    ASSERT_EQ(IndexImage(volume.Build(), settings), "");
+    EXPECT_EQ(m_Content.FileOwners,
+              (std::map<std::string, uint32_t>{{"owned.txt", 1}, {"nobody.txt", 0}, {"nobody-too.txt", 0}}));
+    size_t warnings = 0;
+    for (const auto& line : log.Lines()) warnings += line.text.find(u"have no owner") != std::u16string::npos;
+    EXPECT_EQ(warnings, 1u);
+    EXPECT_TRUE(log.Contains(u"2 security descriptors of $Secure have no owner; their files get owner 0."));
 }
 
 TEST_F(FastSynthetic, FileLinkCopiesItsTargetsRow) {

@@ -3,7 +3,8 @@
 // cases (records in any order, parent chains of any depth, damaged records).
 //
 // Layout: 4 KiB clusters, 1 KiB records; $MFT from cluster 16, its $BITMAP
-// right behind it. Records not placed are free; record 5 (the root) is
+// right behind it. Records from 16 on not placed are free (below 16 an empty
+// record in use stands in); record 5 (the root) is
 // always there. Directories that the filter must search carry a resident
 // $I30 index root listing their children.
 
@@ -91,6 +92,10 @@ public:
             image[bitmapCluster * kCluster + frn / 8] |= static_cast<uint8_t>(1u << (frn % 8));
         };
         place(0, record0);
+        // The volume's own records are always in use: empty ones stand in
+        // for those a test does not give.
+        for (uint64_t frn = 1; frn < 16; ++frn)
+            if (!m_Records.count(frn)) place(frn, FileRecord({}, kRecord, 1));
         for (const auto& [frn, r] : m_Records) {
             if (frn >= m_Count) continue;
             std::vector<TBytes> attributes;
