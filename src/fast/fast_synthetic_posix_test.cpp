@@ -3,8 +3,12 @@
 // cycles, damaged and odd records, the record count's lower bound).
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <fstream>
+
 #include "fast/fast_test_util.h"
 #include "fast/fast_volume_builder.h"
+#include "ntfs/ntfs_attributes.h"
 #include "platform/volume_table.h"
 #include "testing/log_capture.h"
 #include "testing/temp_registry.h"
@@ -335,43 +339,11 @@ void AddReparseIndex(CSynthVolume& volume, uint64_t reparseFrn, const std::vecto
     volume.File(reparseFrn, 11, u"$Reparse").Extra.push_back(ResidentAttr(0x90, root, u"$R"));
 }
 
-// $Secure (record 9) with a resident $SDS and $SII: a descriptor for each
-// security id, owned by S-1-5-32-544, or by no one (owner offset 0, legal).
+// $Secure (record 9) with a resident $SDS and $SII.
 void AddSecure(CSynthVolume& volume, const std::vector<std::pair<uint32_t, bool>>& ids) {
-    TBytes sds, entries;
-    for (const auto& [id, owned] : ids) {
-        const uint32_t offset = static_cast<uint32_t>(sds.size());
-        TBytes record(56, 0);
-        Put32(record, 4, id);
-        Put64(record, 8, offset);
-        Put32(record, 16, 56);
-        record[20] = 1;                  // revision
-        Put16(record, 22, 0x8004);       // self-relative, DACL present
-        Put32(record, 24, owned ? 20 : 0);
-        const uint8_t sid[16] = {1, 2, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0, 0x20, 2, 0, 0};
-        std::copy(sid, sid + 16, record.begin() + 40);
-        sds.insert(sds.end(), record.begin(), record.end());
-        TBytes entry(40, 0);
-        Put16(entry, 0, 20);
-        Put16(entry, 2, 20);
-        Put16(entry, 8, 40);
-        Put16(entry, 10, 4);
-        Put32(entry, 16, id);
-        Put32(entry, 24, id);
-        Put64(entry, 28, offset);
-        Put32(entry, 36, 56);
-        entries.insert(entries.end(), entry.begin(), entry.end());
-    }
-    sds.resize(sds.size() + 16);  // no record may end where the stream ends
-    const TBytes last = IndexEntry(0, {}, 2);
-    entries.insert(entries.end(), last.begin(), last.end());
-    TBytes root(0x20, 0);
-    Put32(root, 0x10, 0x10);
-    Put32(root, 0x14, static_cast<uint32_t>(0x10 + entries.size()));
-    Put32(root, 0x18, static_cast<uint32_t>(0x10 + entries.size()));
-    root.insert(root.end(), entries.begin(), entries.end());
-    TSynthRecord& secure = volume.File(9, 5, u"$Secure", 0);
-    secure.Extra = {ResidentAttr(0x80, sds, u"$SDS"), ResidentAttr(0x90, root, u"$SII")};
+    const TSecure secure = SecureStreams(ids);
+    TSynthRecord& record = volume.File(9, 5, u"$Secure", 0);
+    record.Extra = {ResidentAttr(0x80, secure.Sds, u"$SDS"), ResidentAttr(0x90, secure.SiiRoot, u"$SII")};
 }
 
 TEST_F(FastSynthetic, DescriptorsWithoutOwnerGiveOwnerZeroAndOneWarning) {
@@ -385,10 +357,109 @@ TEST_F(FastSynthetic, DescriptorsWithoutOwnerGiveOwnerZeroAndOneWarning) {
     ASSERT_EQ(IndexImage(volume.Build(), settings), "");
     EXPECT_EQ(m_Content.FileOwners,
               (std::map<std::string, uint32_t>{{"owned.txt", 1}, {"nobody.txt", 0}, {"nobody-too.txt", 0}}));
+    ASSERT_EQ(m_Content.Owners.size(), 2u);
+    EXPECT_EQ(std::get<0>(m_Content.Owners[1]), "S-1-5-32-256");
     size_t warnings = 0;
     for (const auto& line : log.Lines()) warnings += line.text.find(u"have no owner") != std::u16string::npos;
     EXPECT_EQ(warnings, 1u);
     EXPECT_TRUE(log.Contains(u"2 security descriptors of $Secure have no owner; their files get owner 0."));
+}
+
+// $Secure's $SDS split over record 9 and extension records 17 and 18
+// (SplitAttribute), its three clusters behind the rest of the volume.
+class SplitSecure : public FastSynthetic {
+protected:
+    static constexpr uint64_t kCluster = CSynthVolume::kCluster;
+
+    TBytes Build(uint64_t vcnOf18 = 1, uint16_t instanceOf18 = 0) {
+        CSynthVolume volume(24);
+        volume.File(19, 5, u"a.txt").SecurityId = 0x100;
+        volume.File(20, 5, u"b.txt").SecurityId = 0x101;
+        volume.File(21, 5, u"c.txt").SecurityId = 0x102;
+        TBytes image = volume.Build();
+        const uint64_t data = image.size() / kCluster;
+        const TSecure secure = SecureStreams({{0x100, true}, {0x101, true}, {0x102, true}}, kCluster);
+        image.insert(image.end(), secure.Sds.begin(), secure.Sds.end());
+        Put64(image, 0x28, (data + 3) * 8);
+        const TSplitRecords split = SplitAttribute(9, 18, 17, FileNameValue(5, u"$Secure", 3), 0x80, u"$SDS", data,
+                                                   {ResidentAttr(0x90, secure.SiiRoot, u"$SII")}, vcnOf18,
+                                                   instanceOf18);
+        for (const auto& [frn, record] : {std::pair{9, &split.Base}, std::pair{18, &split.First},
+                                          std::pair{17, &split.Second}}) {
+            std::copy(record->begin(), record->end(),
+                      image.begin() + static_cast<std::ptrdiff_t>(CSynthVolume::kMftCluster * kCluster +
+                                                                  frn * CSynthVolume::kRecord));
+            image[(CSynthVolume::kMftCluster + 6) * kCluster + frn / 8] |= static_cast<uint8_t>(1u << (frn % 8));
+        }
+        return image;
+    }
+    const std::string kOwners = std::string(kSettingsKey) + "\"IndexerSkipReparsePoints\"=dword:00000001\n";
+};
+
+TEST_F(SplitSecure, ExtentsInSeveralRecordsAreReadInVcnOrder) {
+    const TBytes image = Build();
+    ASSERT_EQ(IndexImage(image, kOwners), "");
+    EXPECT_EQ(m_Content.FileOwners, (std::map<std::string, uint32_t>{{"a.txt", 1}, {"b.txt", 2}, {"c.txt", 3}}));
+    ASSERT_EQ(m_Content.Owners.size(), 4u);
+    EXPECT_EQ(std::get<0>(m_Content.Owners[3]), "S-1-5-32-258");
+}
+
+// The same split written into a volume made by mkntfs, which the Sleuth Kit
+// reads: a file's named stream of three clusters, through the reader and
+// through icat.
+TEST(SplitAttribute, ReadsAsTheSleuthKitReadsIt) {
+    const std::string mkntfs = fs::exists("/usr/sbin/mkntfs") ? "/usr/sbin/mkntfs" : "mkntfs";
+    if (!ngitest::ntfs::HaveTool("icat") || !ngitest::ntfs::HaveTool(mkntfs)) GTEST_SKIP() << "no Sleuth Kit or mkntfs";
+    ngitest::CTempDir dir;
+    const fs::path path = dir.Native() / "split.img";
+    std::ofstream(path).close();
+    fs::resize_file(path, 8 << 20);
+    ASSERT_EQ(std::system((mkntfs + " -F -q -Q -c 4096 " + ngitest::ntfs::Quote(path) + " >/dev/null 2>&1").c_str()), 0);
+    const std::string istat = ngitest::ntfs::RunCommand("istat " + ngitest::ntfs::Quote(path) + " 0");
+    const auto [mft, mftSize] = IstatRuns(istat, "$DATA (128-");
+    const auto [bitmap, bitmapSize] = IstatRuns(istat, "$BITMAP (176-");
+    ASSERT_GE(mftSize, 27u * 1024) << istat;
+    ASSERT_FALSE(bitmap.empty());
+    constexpr uint64_t kCluster = 4096, kLcn = 2040;  // near the end, where mkntfs puts nothing
+    TBytes image = ngitest::ntfs::ReadBytes(path);
+    for (uint64_t i = 0; i < 3 * kCluster; ++i) image[kLcn * kCluster + i] = static_cast<uint8_t>(i * 7 + i / kCluster);
+    const TSplitRecords split = SplitAttribute(24, 26, 25, FileNameValue(5, u"split.bin", 3), 0x80, u"s", kLcn, {});
+    for (const auto& [frn, record] : {std::pair{24, &split.Base}, std::pair{26, &split.First},
+                                      std::pair{25, &split.Second}}) {
+        std::copy(record->begin(), record->end(),
+                  image.begin() + static_cast<std::ptrdiff_t>(mft[frn * 1024 / kCluster] * kCluster + frn * 1024 % kCluster));
+        image[bitmap[0] * kCluster + frn / 8] |= static_cast<uint8_t>(1u << (frn % 8));
+    }
+    ngitest::ntfs::WriteBytes(path, image);
+    ngitest::ntfs::CImageVolume v;
+    v.Open(path);
+    TBytes record(1024);
+    v.Volume().GetFileRecord(24, record.data(), 1);
+    indexer::fast_ntfs_indexer::CAttributeContent stream(&v.Volume(), 24, u"s");
+    indexer::fast_ntfs_indexer::CNtfsAttributes(&v.Volume()).ReadAttributeContent(record.data(), 24, 0x80, u"s", stream);
+    std::string bytes(3 * kCluster, '\0');
+    ASSERT_EQ(stream.Read(0, bytes.data(), bytes.size()), bytes.size());
+    EXPECT_EQ(std::memcmp(bytes.data(), image.data() + kLcn * kCluster, bytes.size()), 0);
+    const std::string oracle = ngitest::ntfs::RunCommand("icat " + ngitest::ntfs::Quote(path) + " 24-128-3");
+    EXPECT_EQ(oracle.size(), bytes.size());
+    EXPECT_TRUE(oracle == bytes) << "the reader and the Sleuth Kit read the stream differently";
+}
+
+TEST_F(SplitSecure, ExtentsThatDisagreeWithTheListFailNamingThem) {
+    const struct {
+        uint64_t Vcn;
+        uint16_t Instance;
+        const char* Failure;
+    } cases[] = {
+        {2, 0, "An extent of attribute [$SDS] in file record FRN=0x0000000000000012 starts at VCN "
+               "0x0000000000000002, but the extents before it end at VCN 0x0000000000000001."},
+        {1, 7, "File record FRN=0x0000000000000009 is corrupted: attribute list entry at offset 0x88 names "
+               "attribute type 0x80 instance 7 of file record FRN=0x0000000000000012, which holds no such attribute"},
+    };
+    for (const auto& c : cases) {
+        const std::string failure = IndexImage(Build(c.Vcn, c.Instance), kOwners);
+        EXPECT_NE(failure.find(c.Failure), std::string::npos) << failure;
+    }
 }
 
 TEST_F(FastSynthetic, FileLinkCopiesItsTargetsRow) {
