@@ -13,12 +13,14 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${NGI_BUILD_DIR:-build}
-if [ ! -x "$build/src/app/NorvaGuestIndexer" ] || [ ! -x "$build/tools/index_dump/NorvaIndexDump" ]; then
+if [ ! -x "$build/src/app/NorvaGuestIndexer" ] || [ ! -x "$build/tools/index_dump/NorvaIndexDump" ] ||
+   [ ! -x "$build/tools/catalogue/ngi-catalogue" ]; then
   cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-  cmake --build "$build" -j"${NGI_JOBS:-$(nproc)}" --target NorvaGuestIndexer NorvaIndexDump >/dev/null
+  cmake --build "$build" -j"${NGI_JOBS:-$(nproc)}" --target NorvaGuestIndexer NorvaIndexDump ngi-catalogue >/dev/null
 fi
 program=$PWD/$build/src/app/NorvaGuestIndexer
 dump=$PWD/$build/tools/index_dump/NorvaIndexDump
+catalogue=$PWD/$build/tools/catalogue/ngi-catalogue
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/ngi-test-walk.XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -32,8 +34,15 @@ instance() {  # folder tree
     "$2" > "$1/registry.reg"
 }
 
+# A run that succeeds must leave only indexes that the catalogue tool's check
+# accepts.
 run() {  # folder out
-  NGI_REGISTRY_FILE="$1/registry.reg" NGI_LOCK_DIR="$1" "$1/NorvaGuestIndexer" -opt yes -log "$1/logs" "$2"
+  NGI_REGISTRY_FILE="$1/registry.reg" NGI_LOCK_DIR="$1" "$1/NorvaGuestIndexer" -opt yes -log "$1/logs" "$2" || return
+  local index
+  for index in "$2"/volume.*.ifd; do
+    [ -e "$index" ] || continue
+    "$catalogue" check "$index" >/dev/null || { echo "FAIL: exit 0 left $index, which check refuses" >&2; exit 1; }
+  done
 }
 
 # Directory and file counts of an index ("<dirs> <files>").
