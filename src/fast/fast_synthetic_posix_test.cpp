@@ -5,6 +5,7 @@
 
 #include <cstring>
 #include <fstream>
+#include <functional>
 
 #include "fast/fast_test_util.h"
 #include "fast/fast_volume_builder.h"
@@ -195,9 +196,7 @@ TEST_F(FastSynthetic, BadRecordAfterFreeOnesIsCountedOnce) {
     ngitest::CLogCapture log;
     ASSERT_EQ(Index(volume), "");
     EXPECT_EQ(m_Content.Files.size(), 2u);
-    size_t reports = 0;
-    for (const auto& line : log.Lines()) reports += line.text.find(u"Can`t parse file record #") != std::u16string::npos;
-    EXPECT_EQ(reports, 1u);
+    EXPECT_EQ(log.Count(u"Can`t parse file record #"), 1u);
     EXPECT_TRUE(log.Contains(u"Can`t parse file record #700."));
     EXPECT_TRUE(log.Contains(u"Complete with fails, 1 invalid file records found!"));
 }
@@ -301,6 +300,14 @@ TEST_F(FastSynthetic, DamagedRecordStopsTheVolumeWithWhatWasWrong) {
     EXPECT_NE(failure.find("File record FRN=0x0000000000000010 is corrupted"), std::string::npos) << failure;
 }
 
+// The volume table of the links' substitute names: C: alone.
+platform::CVolumeTable DriveC() {
+    std::vector<platform::TVolumeTableEntry> volumes(1);
+    volumes[0].mountPoints = {u"C:"};
+    volumes[0].volumeName = u"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}\\";
+    return platform::CVolumeTable(volumes, {});
+}
+
 // The value of a symbolic link's $REPARSE_POINT: tag, length, the four name
 // fields, flags, then the names.
 TBytes SymlinkValue(const std::u16string& substitute) {
@@ -359,9 +366,7 @@ TEST_F(FastSynthetic, DescriptorsWithoutOwnerGiveOwnerZeroAndOneWarning) {
               (std::map<std::string, uint32_t>{{"owned.txt", 1}, {"nobody.txt", 0}, {"nobody-too.txt", 0}}));
     ASSERT_EQ(m_Content.Owners.size(), 2u);
     EXPECT_EQ(std::get<0>(m_Content.Owners[1]), "S-1-5-32-256");
-    size_t warnings = 0;
-    for (const auto& line : log.Lines()) warnings += line.text.find(u"have no owner") != std::u16string::npos;
-    EXPECT_EQ(warnings, 1u);
+    EXPECT_EQ(log.Count(u"have no owner"), 1u);
     EXPECT_TRUE(log.Contains(u"2 security descriptors of $Secure have no owner; their files get owner 0."));
 }
 
@@ -462,6 +467,100 @@ TEST_F(SplitSecure, ExtentsThatDisagreeWithTheListFailNamingThem) {
     }
 }
 
+// The reader's and the pipeline's own texts, each on a volume made to give
+// it: the failure (empty when the volume is indexed) and a line with its level.
+TEST_F(FastSynthetic, MessagesOfTheReaderAndThePipeline) {
+    const std::string owners = std::string(kSettingsKey) + "\"IndexerSkipReparsePoints\"=dword:00000001\n";
+    const std::string reparse = std::string(kSettingsKey) + "\"IndexerSkipOwnersParsing\"=dword:00000001\n";
+    // A file, then a symbolic link 19 in folder 18; `damage` takes something
+    // from the link's record or, with `folder`, from the folder's.
+    auto link = [](const std::function<void(TSynthRecord&)>& damage, bool folder = false) {
+        CSynthVolume volume(24);
+        volume.File(16, 5, u"target.txt");
+        TSynthRecord& links = volume.Dir(18, 5, u"links");
+        TSynthRecord& record = volume.File(19, 18, u"shortcut");
+        record.Extra.push_back(ResidentAttr(0xC0, SymlinkValue(u"\\??\\C:\\target.txt")));
+        damage(folder ? links : record);
+        AddReparseIndex(volume, 20, {19});
+        return volume.Build();
+    };
+    auto withSecure = [](uint32_t sdsLengthOfFirst) {
+        CSynthVolume volume(20);
+        volume.File(16, 5, u"a.txt");
+        TSecure secure = SecureStreams({{0x100, true}});
+        Put32(secure.SiiRoot, 0x20 + 36, sdsLengthOfFirst);
+        volume.File(9, 5, u"$Secure", 0).Extra = {ResidentAttr(0x80, secure.Sds, u"$SDS"),
+                                                   ResidentAttr(0x90, secure.SiiRoot, u"$SII")};
+        return volume.Build();
+    };
+    auto shortStandardInformation = [](size_t length) {
+        CSynthVolume volume(20);
+        TSynthRecord& file = volume.File(16, 5, u"old.txt");
+        file.StandardInformation = false;
+        file.Extra.push_back(ResidentAttr(0x10, TBytes(length, 0)));
+        return volume.Build();
+    };
+    // Record 0 with its $BITMAP resident; a file whose non-resident
+    // $ATTRIBUTE_LIST claims more bytes than its runs hold.
+    auto residentBitmap = [] {
+        TBytes image = CSynthVolume(20).Build();
+        const TBytes run = {0x11, 5, CSynthVolume::kMftCluster};
+        const TBytes record0 = FileRecord({ResidentAttr(0x10, TBytes(0x48, 0)),
+                                           NonResidentAttr(0x80, run, 0, 5 * 4096, 20 * 1024, 20 * 1024),
+                                           ResidentAttr(0xB0, TBytes(8, 0xFF))});
+        std::copy(record0.begin(), record0.end(), image.begin() + CSynthVolume::kMftCluster * CSynthVolume::kCluster);
+        return image;
+    };
+    auto longList = [] {
+        CSynthVolume volume(20);
+        volume.File(16, 5, u"listed.txt").Extra.push_back(NonResidentAttr(0x20, {0x11, 1, 1}, 0, 4096, 8192, 8192));
+        return volume.Build();
+    };
+    const struct {
+        const char* What;
+        TBytes Image;
+        std::string Settings;
+        const char* Failure;
+        const char16_t* Line;
+        int32_t Level;
+    } cases[] = {
+        {"48-byte $STANDARD_INFORMATION", shortStandardInformation(48), kPlain, "",
+         u"File #0x0000000000000010. $STANDART_ATTRIBUTE havn`t SecurityId.", LogWarning},
+        {"8-byte $STANDARD_INFORMATION", shortStandardInformation(8), kPlain, "",
+         u"File #0x0000000000000010. $STANDART_ATTRIBUTE havn`t LastModificationTime.", LogWarning},
+        {"resident $MFT bitmap", residentBitmap(), kPlain, "$MFT $BITMAP RESIDENT_FORM parse not implemented!",
+         u"$MFT $BITMAP RESIDENT_FORM", LogError},
+        {"attribute list longer than its runs", longList(), kPlain, "Attribute NONRESIDENT_FORM invalid file size!",
+         u"    Attribute NONRESIDENT_FORM invalid file size! Nonresident.FileSize=8192, BufCount=4096", LogError},
+        {"$SDS record passing the stream", withSecure(4096), owners,
+         "indexer::fast_ntfs_indexer::ParseSII_cb fail. Attribute overflow. ValidDataLength=0x0000000000000048", nullptr,
+         0},
+        {"link with an attribute list", link([](TSynthRecord& r) { r.Extra.push_back(ResidentAttr(0x20, {})); }),
+         reparse, "_FillReparsePointInfo fail. $ATTRIBUTE_LIST found!", u"FRN: 0x0000000000000013.", LogError},
+        {"link without a name", link([](TSynthRecord& r) { r.Names.clear(); }), reparse,
+         "_FillReparsePointInfo fail. Attribute FILE_NAME is not found for ReparsePoint!", nullptr, 0},
+        {"link without $STANDARD_INFORMATION", link([](TSynthRecord& r) { r.StandardInformation = false; }), reparse,
+         "_FillReparsePointInfo fail. Attribute STANDART_INFORMATION is not found!", nullptr, 0},
+        {"link whose reparse point is gone", link([](TSynthRecord& r) { r.Extra.clear(); }), reparse,
+         "_FillReparsePointInfo fail. Attribute REPARSE_POINT is not found!", u"Error: ", LogError},
+        {"link in a folder that gives no row", link([](TSynthRecord& r) { r.StandardInformation = false; }, true),
+         reparse, "BuildReparsePointList fail.", u"_GetDirectoryInfo fail. _GetDirInfo() return NULL!", LogError},
+    };
+    platform::CVolumeTable table = DriveC();
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.What);
+        ngitest::CLogCapture log;
+        const std::string failure = IndexImage(c.Image, c.Settings, {.Volumes = &table});
+        if (*c.Failure == 0)
+            EXPECT_EQ(failure, "");
+        else
+            EXPECT_NE(failure.find(c.Failure), std::string::npos) << failure;
+        if (c.Line) {
+            EXPECT_EQ(log.LevelOf(c.Line), c.Level) << U8(log.Text());
+        }
+    }
+}
+
 TEST_F(FastSynthetic, FileLinkCopiesItsTargetsRow) {
     CSynthVolume volume(32);
     volume.Dir(16, 5, u"data").Indexed = true;
@@ -469,10 +568,7 @@ TEST_F(FastSynthetic, FileLinkCopiesItsTargetsRow) {
     volume.Dir(18, 5, u"links");
     volume.File(19, 18, u"shortcut").Extra.push_back(ResidentAttr(0xC0, SymlinkValue(u"\\??\\C:\\data\\target.txt")));
     AddReparseIndex(volume, 20, {19});
-    std::vector<platform::TVolumeTableEntry> volumes(1);
-    volumes[0].mountPoints = {u"C:"};
-    volumes[0].volumeName = u"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}\\";
-    platform::CVolumeTable table(volumes, {});
+    platform::CVolumeTable table = DriveC();
     const std::string settings = std::string(kSettingsKey) + "\"IndexerSkipOwnersParsing\"=dword:00000001\n";
     ngitest::CLogCapture log;
     ASSERT_EQ(IndexImage(volume.Build(), settings, {.Volumes = &table}), "");

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/utf.h"
 #include "inputs/path_utils.h"
 #include "testing/log_capture.h"
 
@@ -46,7 +47,7 @@ TEST(IncExcNodeTest, TreesOfTheEdgeCases) {
         const CIncExcNode root(c.include, c.exclude);
         EXPECT_EQ(Dump(root), c.dump);
         if (c.warning) {
-            EXPECT_TRUE(log.Contains(c.warning));
+            EXPECT_EQ(log.LevelOf(c.warning), LogWarning) << util::Utf16ToUtf8(log.Text());
         }
     }
 }
@@ -116,11 +117,15 @@ TEST(IncExcNodeTest, FlagsByReferencesTreatAPureNodeAsExcluding) {
     EXPECT_EQ(GetFlagsByReferencesAndName({100}, u"bob", root), kIncExcExc);
     EXPECT_EQ(GetFlagsByReferencesAndName({}, u"Data", root), kIncExcNode | kIncExcInc);
 
-    // A node never resolved is skipped with an error line.
+    // A node never resolved is skipped with an error line by the lookup by
+    // references, but not by the lookup of the last step by name.
     root.m_Children[0].m_Reference = 0;
     ngitest::CLogCapture log;
     EXPECT_EQ(GetFlagsByReferences({}, 200, root), kIncExcNode | kIncExcInc);
-    EXPECT_TRUE(log.Contains(u"Zero reference for [users]."));
+    EXPECT_EQ(log.LevelOf(u"Zero reference for [users]."), LogError);
+    EXPECT_EQ(GetFlagsByReferencesAndName({}, u"users", root), kIncExcNode);
+    root.m_Children[1].m_Children[0].m_Reference = 0;
+    EXPECT_EQ(GetFlagsByReferencesAndName({200}, u"TMP", root), kIncExcExc);
 }
 
 TEST(IncExcNodeTest, OverlyDeepLineIsRefusedNotRecursedInto) {
