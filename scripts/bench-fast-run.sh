@@ -30,11 +30,10 @@ fi
 
 work=$(mktemp -d "$bench/run.XXXXXX")
 trap 'rm -rf "$work"' EXIT
+source scripts/instance-files.sh
 instance() {  # folder image
+  instance_files "$1" "$build/src/app/NorvaGuestIndexer"
   mkdir -p "$1/tree"
-  cp "$build/src/app/NorvaGuestIndexer" "$1/"
-  { printf '\xff\xfe'; printf 'C:\\\r\n' | iconv -f UTF-8 -t UTF-16LE; } > "$1/NorvaGuestIndexer.inc.filter"
-  printf '\xff\xfe' > "$1/NorvaGuestIndexer.exc.filter"
   local guid=0000000c-0000-0000-0000-00000000000c shadow=/dev/mapper/ngi-bench-c
   printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\C]\r\n"MountPoints"="C:"\r\n"VolumeName"="{%s}"\r\n"Folder"="%s"\r\n\r\n[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Shadows\\S0]\r\n"Name"="%s"\r\n"Device"="%s"\r\n"Folder"="%s"\r\n' \
     "$guid" "$1/tree" "$shadow" "$2" "$1/tree" > "$1/registry.reg"

@@ -25,11 +25,9 @@ catalogue=$PWD/$build/tools/catalogue/ngi-catalogue
 work=$(mktemp -d "${TMPDIR:-/tmp}/ngi-test-walk.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
+source scripts/instance-files.sh
 instance() {  # folder tree
-  mkdir -p "$1"
-  cp "$program" "$1/"
-  { printf '\xff\xfe'; printf 'C:\\\r\n' | iconv -f UTF-8 -t UTF-16LE; } > "$1/NorvaGuestIndexer.inc.filter"
-  printf '\xff\xfe' > "$1/NorvaGuestIndexer.exc.filter"
+  instance_files "$1" "$program"
   printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\C]\r\n"MountPoints"="C:"\r\n"Folder"="%s"\r\n' \
     "$2" > "$1/registry.reg"
 }

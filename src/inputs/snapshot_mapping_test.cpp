@@ -181,5 +181,30 @@ TEST(SnapshotMappingTest, MalformedMappingEndsTheInputStage) {
     EXPECT_THROW(inputs.Build(), CComExc);
 }
 
+// The failures of the calls that list ShadowsList's children (only the
+// Windows document object has them) end the run with their own texts.
+TEST(SnapshotMappingTest, FailedListingOfTheEntriesIsRaised) {
+    using platform::TXmlListStep;
+    const struct {
+        TXmlListStep Step;
+        std::u16string Text;
+    } cases[] = {
+        {TXmlListStep::Collection, u"Cannot get a collection of child nodes for the given element."},
+        {TXmlListStep::Length, u"Cannot get the dimensions of a container with XML nodes."},
+        {TXmlListStep::Count, u"Cannot get the children count for the specified element."},
+        {TXmlListStep::Item, u"Cannot retrieve  a XML element  from the child nodes collection by the specified index [3]."},
+    };
+    for (const auto& c : cases) {
+        try {
+            ThrowIfListFailed({c.Step, static_cast<int32_t>(0x80004005), 3});
+            ADD_FAILURE() << "no failure";
+        } catch (const CComExc& e) {
+            EXPECT_EQ(e.GetMessages().front(), c.Text);
+            EXPECT_EQ(e.GetCode(), static_cast<int32_t>(0x80004005));
+        }
+    }
+    EXPECT_NO_THROW(ThrowIfListFailed({}));
+}
+
 }  // namespace
 }  // namespace indexer
