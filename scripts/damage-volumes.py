@@ -78,12 +78,21 @@ class Volume:
         self.targets["boot"].append((0, 512))
         record0 = self._fixed(mft)
         mft_runs = []
+        # Byte ranges of the $MFT bitmap, and where each record lies.
+        self.bitmap_runs, self.offsets = [], []
+        # (record, where its directory name's length byte lies on disk)
+        self.directory_names = []
+        # Records of plain files (no extension, list or reparse point).
+        self.plain = set()
         for attr in self._attributes(record0):
             if attr["type"] == 0x80 and attr["nonresident"] and not attr["name"]:
                 mft_runs = attr["runs"]
+            if attr["type"] == 0xB0 and attr["nonresident"]:
+                self.bitmap_runs = attr["runs"]
         number = 0
         for offset, length in mft_runs:
             for at in range(offset, offset + length, self.record_size):
+                self.offsets.append(at)
                 self._record(number, at)
                 number += 1
 
@@ -98,6 +107,23 @@ class Volume:
                 return None
             rec[end:end + 2] = rec[usa + 2 * i:usa + 2 * i + 2]
         return rec
+
+    def _on_disk(self, at, pos):
+        """Where byte `pos` of the record at `at` lies on disk: the last two
+        bytes of each sector are kept in the update sequence array."""
+        if pos % 512 < 510:
+            return at + pos
+        usa = u16(self.img, at + 4)
+        return at + usa + 2 * (pos // 512 + 1) + pos % 512 - 510
+
+    def bitmap_byte(self, number):
+        """Where the $MFT bitmap byte of record `number` lies on disk."""
+        index = number // 8
+        for offset, length in self.bitmap_runs:
+            if index < length:
+                return offset + index
+            index -= length
+        return None
 
     def _attributes(self, rec):
         if rec is None:
@@ -134,6 +160,11 @@ class Volume:
             if attr["type"] == 0x30 and attr["value"] and len(attr["value"]) > 0x42:
                 v = attr["value"]
                 name = v[0x42:0x42 + 2 * v[0x40]].decode("utf-16-le", "replace")
+                if number >= 16 and u16(rec, 0x16) & 2 and v[0x41] != 2:
+                    self.directory_names.append((number, self._on_disk(at, attr["at"] + u16(rec, attr["at"] + 0x14) + 0x40)))
+        if number >= 16 and u16(rec, 0x16) == 1 and u64(rec, 0x20) == 0 and \
+                not any(a["type"] in (0x20, 0xC0) for a in attrs):
+            self.plain.add(number)
         for attr in attrs:
             header = 0x40 if attr["nonresident"] else 0x18
             self.targets["attr_header"].append((at + attr["at"], header))
@@ -171,6 +202,54 @@ def mutate(img, volume, rng, place):
     return [], at, "%s truncate at %s" % (place, hex(at))
 
 
+SKIP_OWNERS_AND_REPARSE = '"IndexerSkipOwnersParsing"=dword:00000001\r\n"IndexerSkipReparsePoints"=dword:00000001\r\n'
+PARSE_FAILURE = "Can`t parse file record #"
+
+
+def named_cases(img, volume):
+    """The damages that once left an index no reader accepts, or a silently
+    empty one: (name, patches, settings, check), where check(code, log,
+    failure) gives the rules the run broke beyond the common ones."""
+    cases = []
+    if volume.directory_names:
+        number, at = volume.directory_names[len(volume.directory_names) // 2]
+        frn = "FRN=0x%016x" % number
+
+        def empty_name(code, log, failure):
+            if failure is None:
+                return ["the NTFS attempt did not fail on the nameless directory"]
+            return [] if frn in log[log.find(failure) - 2000:] else ["the failure does not name " + frn]
+        cases.append(("empty directory name, record %d" % number, [(at, b"\0")], "", empty_name))
+    # One bad record behind 300 freed ones (plain files, so that nothing
+    # else refers to them).
+    run = 301
+    start = next((n for n in sorted(volume.plain) if all(n + i in volume.plain for i in range(run))), None)
+    if start is not None:
+        bad = start + run - 1
+        patched = {}
+        for n in range(start, bad):
+            at = volume.bitmap_byte(n)
+            patched[at] = patched.get(at, img[at]) & ~(1 << (n % 8))
+        patches = [(at, bytes([value])) for at, value in sorted(patched.items())]
+        patches.append((volume.offsets[bad], b"X"))
+
+        def bad_record(code, log, failure):
+            lines = [line for line in log.splitlines() if PARSE_FAILURE in line]
+            broken = [] if failure is None else ["the NTFS attempt failed"]
+            if len(lines) != 1 or PARSE_FAILURE + "%d." % bad not in lines[0]:
+                broken.append("%d lines \"%s\" (one, naming #%d, expected)" % (len(lines), PARSE_FAILURE, bad))
+            return broken
+        cases.append(("bad record %d after %d free ones" % (bad, run - 1), patches, "", bad_record))
+    zeros = [(offset, bytes(length)) for offset, length in volume.bitmap_runs]
+
+    def zero_bitmap(code, log, failure):
+        if failure is None:
+            return ["the NTFS attempt did not fail on the zeroed bitmap"]
+        return [] if "$BITMAP" in log[log.find(failure) - 2000:] else ["the failure does not name the $BITMAP"]
+    cases.append(("zeroed $MFT bitmap, owners and reparse points off", zeros, SKIP_OWNERS_AND_REPARSE, zero_bitmap))
+    return cases
+
+
 def change_image(path, img, patches, cut, undo):
     """Applies a change to the image file, or undoes it (rewriting the
     image's own bytes), so that the image is written whole only once."""
@@ -193,6 +272,17 @@ def write_instance(folder, program, image, tree):
         f.write(b"\xff\xfe" + "C:\\\r\n".encode("utf-16-le"))
     with open(os.path.join(folder, "NorvaGuestIndexer.exc.filter"), "wb") as f:
         f.write(b"\xff\xfe")
+    write_registry(folder, image, tree)
+    with open(os.path.join(folder, "NorvaGuestIndexer.SnapshotMapping.xml"), "w") as f:
+        f.write('<?xml version="1.0"?>\n<ShadowsList>\n  <Shadow>\n'
+                "    <OriginalVolumeGuidName>\\\\?\\Volume{%s}\\</OriginalVolumeGuidName>\n"
+                "    <ShadowMountPointName>%s</ShadowMountPointName>\n  </Shadow>\n</ShadowsList>\n"
+                % (GUID, SHADOW))
+
+
+def write_registry(folder, image, tree, settings=""):
+    """The registry file: volume C: with the image as its shadow, and the
+    program's settings (`settings`: further value lines)."""
     reg = ("Windows Registry Editor Version 5.00\r\n\r\n"
            "[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\C]\r\n"
            '"MountPoints"="C:"\r\n"VolumeName"="{%s}"\r\n"Folder"="%s"\r\n\r\n'
@@ -203,12 +293,7 @@ def write_instance(folder, program, image, tree):
            "[HKEY_LOCAL_MACHINE\\Software\\Norva\\Norva Archive And Mirror]\r\n"
            '"NorvaGuestIndexerPriority"="NORMAL"\r\n') % (GUID, tree, SHADOW, image, tree)
     with open(os.path.join(folder, "registry.reg"), "w") as f:
-        f.write(reg)
-    with open(os.path.join(folder, "NorvaGuestIndexer.SnapshotMapping.xml"), "w") as f:
-        f.write('<?xml version="1.0"?>\n<ShadowsList>\n  <Shadow>\n'
-                "    <OriginalVolumeGuidName>\\\\?\\Volume{%s}\\</OriginalVolumeGuidName>\n"
-                "    <ShadowMountPointName>%s</ShadowMountPointName>\n  </Shadow>\n</ShadowsList>\n"
-                % (GUID, SHADOW))
+        f.write(reg + settings)
 
 
 def run_once(folder, out, timeout):
@@ -297,8 +382,9 @@ def main():
     write_instance(folder, args.program, image, tree)
 
     failures_total = 0
-    print("| Image | Runs | Crashes | Hangs | Broken rules | NTFS failed, walked | Slowest run | Time |")
-    print("| --- | ---: | ---: | ---: | ---: | ---: | ---: | ---: |")
+    named_rows = []
+    print("| Image | Runs | Crashes | Hangs | Broken rules | NTFS failed, walked | Exit 0, index accepted | Slowest run | Time |")
+    print("| --- | ---: | ---: | ---: | ---: | ---: | ---: | ---: | ---: |")
     for path in args.images:
         opener = gzip.open if path.endswith(".gz") else open
         with opener(path, "rb") as f:
@@ -318,6 +404,9 @@ def main():
             broken, failure = check_run(code, log, stderr, out, args.catalogue)
             if failure:
                 counts["walked"] += 1
+            if code == 0:
+                counts["exit0"] += 1
+                counts["accepted"] += not any(b.startswith("exit 0 with an invalid index") for b in broken)
             if code is None:
                 counts["hangs"] += 1
             elif code not in (0, 1):
@@ -330,10 +419,30 @@ def main():
                 shutil.copy(image, keep)
             change_image(image, img, patches, cut, undo=True)
         failures_total += counts["broken"]
-        print("| %s | %d | %d | %d | %d | %d | %.2f s | %.0f s |" % (
+        print("| %s | %d | %d | %d | %d | %d | %d of %d | %.2f s | %.0f s |" % (
             os.path.basename(path), args.runs, counts["crashes"], counts["hangs"], counts["broken"],
-            counts["walked"], slowest, time.monotonic() - started))
+            counts["walked"], counts["accepted"], counts["exit0"], slowest, time.monotonic() - started))
         sys.stdout.flush()
+        for name, patches, settings, check in named_cases(img, volume):
+            write_registry(folder, image, tree, settings)
+            change_image(image, img, patches, None, undo=False)
+            code, log, stderr, took = run_once(folder, out, args.timeout)
+            broken, failure = check_run(code, log, stderr, out, args.catalogue)
+            if code in (0, 1):
+                broken += check(code, log, failure)
+            change_image(image, img, patches, None, undo=True)
+            write_registry(folder, image, tree)
+            if broken:
+                failures_total += 1
+                print("FAIL %s (%s): %s" % (os.path.basename(path), name, "; ".join(broken)), file=sys.stderr)
+            named_rows.append("| %s | %s | %s | %s | %s |" % (
+                os.path.basename(path), name, code, "failed, walked" if failure else "complete",
+                "; ".join(broken) if broken else "kept"))
+    print()
+    print("| Image | Named case | Exit | NTFS attempt | Rules |")
+    print("| --- | --- | ---: | --- | --- |")
+    for row in named_rows:
+        print(row)
     return 1 if failures_total else 0
 
 

@@ -13,27 +13,34 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${NGI_BUILD_DIR:-build}
-if [ ! -x "$build/src/app/NorvaGuestIndexer" ] || [ ! -x "$build/tools/index_dump/NorvaIndexDump" ]; then
+if [ ! -x "$build/src/app/NorvaGuestIndexer" ] || [ ! -x "$build/tools/index_dump/NorvaIndexDump" ] ||
+   [ ! -x "$build/tools/catalogue/ngi-catalogue" ]; then
   cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-  cmake --build "$build" -j"${NGI_JOBS:-$(nproc)}" --target NorvaGuestIndexer NorvaIndexDump >/dev/null
+  cmake --build "$build" -j"${NGI_JOBS:-$(nproc)}" --target NorvaGuestIndexer NorvaIndexDump ngi-catalogue >/dev/null
 fi
 program=$PWD/$build/src/app/NorvaGuestIndexer
 dump=$PWD/$build/tools/index_dump/NorvaIndexDump
+catalogue=$PWD/$build/tools/catalogue/ngi-catalogue
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/ngi-test-walk.XXXXXX")
 trap 'rm -rf "$work"' EXIT
 
+source scripts/instance-files.sh
 instance() {  # folder tree
-  mkdir -p "$1"
-  cp "$program" "$1/"
-  { printf '\xff\xfe'; printf 'C:\\\r\n' | iconv -f UTF-8 -t UTF-16LE; } > "$1/NorvaGuestIndexer.inc.filter"
-  printf '\xff\xfe' > "$1/NorvaGuestIndexer.exc.filter"
+  instance_files "$1" "$program"
   printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\C]\r\n"MountPoints"="C:"\r\n"Folder"="%s"\r\n' \
     "$2" > "$1/registry.reg"
 }
 
+# A run that succeeds must leave only indexes that the catalogue tool's check
+# accepts.
 run() {  # folder out
-  NGI_REGISTRY_FILE="$1/registry.reg" NGI_LOCK_DIR="$1" "$1/NorvaGuestIndexer" -opt yes -log "$1/logs" "$2"
+  NGI_REGISTRY_FILE="$1/registry.reg" NGI_LOCK_DIR="$1" "$1/NorvaGuestIndexer" -opt yes -log "$1/logs" "$2" || return
+  local index
+  for index in "$2"/volume.*.ifd; do
+    [ -e "$index" ] || continue
+    "$catalogue" check "$index" >/dev/null || { echo "FAIL: exit 0 left $index, which check refuses" >&2; exit 1; }
+  done
 }
 
 # Directory and file counts of an index ("<dirs> <files>").

@@ -22,6 +22,18 @@ bool CLogCapture::Contains(std::u16string_view text) const {
     return false;
 }
 
+size_t CLogCapture::Count(std::u16string_view text) const {
+    size_t count = 0;
+    for (const auto& line : m_Writer->m_Lines) count += line.text.find(text) != std::u16string::npos;
+    return count;
+}
+
+int32_t CLogCapture::LevelOf(std::u16string_view text) const {
+    for (const auto& line : m_Writer->m_Lines)
+        if (line.text.find(text) != std::u16string::npos) return line.level;
+    return 0;
+}
+
 std::u16string CLogCapture::Text() const {
     std::u16string all;
     for (const auto& line : m_Writer->m_Lines) all += line.text + u"\n";

@@ -33,6 +33,10 @@ public:
     const std::vector<TLogLine>& Lines() const { return m_Writer->m_Lines; }
     // True when a line holds the text.
     bool Contains(std::u16string_view text) const;
+    // The number of lines that hold the text.
+    size_t Count(std::u16string_view text) const;
+    // The level of the first line that holds the text; 0 when none does.
+    int32_t LevelOf(std::u16string_view text) const;
     // Every line's text, each ended by "\n".
     std::u16string Text() const;
 

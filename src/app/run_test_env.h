@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "base/utf.h"
+#include "store/index_base_reader.h"
 #include "testing/temp_dir.h"
 
 namespace runtest {
@@ -26,6 +27,28 @@ inline std::string ReadBytes(const fs::path& path) {
     std::stringstream s;
     s << in.rdbuf();
     return s.str();
+}
+
+// Every volume.*.ifd in `folder` read whole by the index reader (directory
+// and owner tables, every file and reparse row with its parent): a line for
+// each one refused, with the reader's message.
+inline std::string RefusedIndexes(const fs::path& folder) {
+    std::string refused;
+    std::error_code error;
+    for (const auto& e : fs::directory_iterator(folder, error)) {
+        const std::string name = e.path().filename().string();
+        if (name.rfind("volume.", 0) != 0 || e.path().extension() != ".ifd") continue;
+        try {
+            indexer::CIndexBaseReader reader;
+            reader.Open(util::Utf8ToUtf16(e.path().string()));
+            reader.PrepareIdIndexes();
+            reader.ForEachFile([](uint64_t, uint64_t, const rec::CFileRecord&) {});
+            reader.ForEachReparse([](uint64_t, const rec::CReparseRecord&) {});
+        } catch (const CExc& failure) {
+            refused += name + ": " + util::Utf16ToUtf8(failure.GetDescription()) + "\n";
+        }
+    }
+    return refused;
 }
 
 // UTF-16LE (after its mark) or UTF-8 text as UTF-8.
@@ -129,7 +152,14 @@ public:
             "\" " + Mode + " " + extra + " -log \"" + Logs().string() + "\" \"" + (out.empty() ? Out() : out).string() + "\" >\"" +
             (Root() / "stdout").string() + "\" 2>\"" + (Root() / "stderr").string() + "\"";
         const int status = std::system(command.c_str());
-        return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+        // A rule of every run: success leaves only indexes that the
+        // project's own reader takes whole.
+        if (code == 0) {
+            const std::string refused = RefusedIndexes(out.empty() ? Out() : out);
+            if (!refused.empty()) ADD_FAILURE() << "exit 0 left indexes the reader refuses:\n" << refused;
+        }
+        return code;
     }
 
     std::string Output() const { return ReadBytes(Root() / "stdout") + ReadBytes(Root() / "stderr"); }

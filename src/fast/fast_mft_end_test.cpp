@@ -29,25 +29,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr uint64_t kCluster = 65536, kRecord = 1024;
+using ngitest::fast::IstatRuns;
 
-// The clusters istat lists under the attribute line starting `type`, and the
-// attribute's size.
-std::pair<std::vector<uint64_t>, uint64_t> IstatRuns(const std::string& istat, const std::string& type) {
-    std::vector<uint64_t> clusters;
-    const size_t at = istat.find("Type: " + type);
-    if (at == std::string::npos) return {clusters, 0};
-    const size_t sizeAt = istat.find("size: ", at);
-    const uint64_t size = std::stoull(istat.substr(sizeAt + 6));
-    std::istringstream in(istat.substr(istat.find('\n', at) + 1));
-    std::string line;
-    while (std::getline(in, line) && line.rfind("Type:", 0) != 0) {
-        std::istringstream words(line);
-        uint64_t c;
-        while (words >> c) clusters.push_back(c);
-    }
-    return {clusters, size};
-}
+constexpr uint64_t kCluster = 65536, kRecord = 1024;
 
 class MftEnd : public ::testing::Test {
 protected:

@@ -22,12 +22,13 @@ constexpr char16_t kProcessParentRecord[] =
 // directory and has names in several folders, which no sound volume has.
 constexpr uint32_t kMaxPullNesting = 64;
 
-// A warning that names the record. Volumes made by some tools give every
-// record the short $STANDARD_INFORMATION: the number is formatted only when
-// the warning is written.
-void WarnAboutRecord(std::u16string_view format, uint64_t frn) {
-    CLog& log = GetLog();
-    if (log.IsEnabled(LogWarning)) log.Warning(format, kProcessRecordImpl, util::Hex16(frn));
+// A directory row without a name makes the whole index unreadable (its
+// readers refuse it): the attempt fails, rather than finish an index that
+// no one can open.
+[[noreturn]] void ThrowEmptyDirectoryName(uint64_t frn) {
+    throw CExc(u"%1 fail. Directory FRN=0x%2 has an empty name; an index with a nameless directory could not "
+               u"be read.",
+               kProcessRecordImpl, util::Hex16(frn));
 }
 
 void AddRecordContext(CExc& e, uint64_t frn) {
@@ -53,6 +54,15 @@ CFastNtfsProcessor::CFastNtfsProcessor(CNtfsVolume* volume, std::shared_ptr<CNtf
     m_SkipOwnersParsing = settings::IsSkipOwnersParsing();
     if (const uint32_t limit = settings::GetMaxNestedFolders(); limit != 0)
         m_Counter = std::make_shared<CRecursionCounter>(limit, u"Path too long");
+}
+
+// A warning that names the record. Volumes made by some tools give every
+// record the short $STANDARD_INFORMATION: each format is written a bounded
+// number of times, and the number is formatted only when it is written.
+void CFastNtfsProcessor::_WarnAboutRecord(std::u16string_view format, uint64_t frn) {
+    CLog& log = GetLog();
+    if (log.IsEnabled(LogWarning) && m_RecordWarnings.Admit(format))
+        log.Warning(format, kProcessRecordImpl, util::Hex16(frn));
 }
 
 uint8_t* CFastNtfsProcessor::_RecordBuffer(CBuf<uint8_t>& buffer) {
@@ -197,9 +207,9 @@ void CFastNtfsProcessor::__ProcessFileRecord(uint64_t frn, const uint8_t* record
             case kAttrAttributeList: m_Volume->_ProcessAttributeList(frn, attr, extensions); break;
             case kAttrStandardInformation:
                 if (!m_Attributes->GetSecurityId(attr, securityId))
-                    WarnAboutRecord(u"%1. File #0x%2. $STANDART_ATTRIBUTE havn`t SecurityId.", frn);
+                    _WarnAboutRecord(u"%1. File #0x%2. $STANDART_ATTRIBUTE havn`t SecurityId.", frn);
                 if (!m_Attributes->GetLastWriteTime(attr, lastWriteTime))
-                    WarnAboutRecord(u"%1. File #0x%2. $STANDART_ATTRIBUTE havn`t LastModificationTime.", frn);
+                    _WarnAboutRecord(u"%1. File #0x%2. $STANDART_ATTRIBUTE havn`t LastModificationTime.", frn);
                 hasStandardInformation = true;
                 break;
             default: common(attr); break;
@@ -242,14 +252,18 @@ void CFastNtfsProcessor::__ProcessFileRecord(uint64_t frn, const uint8_t* record
                            util::ToStrU64(parentFrn));
         }
         if (isReparse) {
-            if (name.empty())
+            if (name.empty()) {
                 GetLog().Error(u"%1. Found empty FileName for reparse point! FileRefNum=0x%2.", kProcessRecordImpl,
                                util::Hex16(frn));
+                if (isDirectory) ThrowEmptyDirectoryName(frn);
+            }
             _ProcessReparseRecord(frn, *parent, parentFrn, name, isDirectory);
         } else if (isDirectory) {
-            if (name.empty())
+            if (name.empty()) {
                 GetLog().Error(u"%1. Found empty FileName for directory! FileRefNum=0x%2.", kProcessRecordImpl,
                                util::Hex16(frn));
+                ThrowEmptyDirectoryName(frn);
+            }
             _ProcessDirectory(frn, *parent, parentFrn, name);
         } else {
             if (!_IsParentIncluded(parentFrn)) continue;

@@ -34,7 +34,9 @@
 // names (CWin32Exc 1359 "Can`t create hardlink for directory!"), a parent
 // chain cycle ("... file already in process in current call stack"), a
 // parent that is no directory ("Parent directory frn=%2 is not indexed"),
-// an unknown security id, damaged records (the NTFS reader's messages).
+// a directory with an empty name (after its Error line: no reader of the
+// index takes a nameless directory row), an unknown security id, damaged
+// records (the NTFS reader's messages).
 //
 // Ownership: volume, base and filter tree belong to the caller and must
 // outlive the object; it owns its directory table. Single-threaded.
@@ -49,6 +51,7 @@
 
 #include "fast/dir_info_table.h"
 #include "fast/owners_table.h"
+#include "fast/warning_limit.h"
 #include "inputs/inc_exc_node.h"
 #include "ntfs/ntfs_attributes.h"
 #include "ntfs/ntfs_index.h"
@@ -86,7 +89,8 @@ struct TProcessorServices {
 // and adds the descriptor's owner under the entry's security id. Throws
 // "%1 fail. Attribute overflow. ValidDataLength=0x%2" for a record that
 // reaches the end of $SDS or beyond, and a CExc for a record too short for
-// its owner.
+// its owner or whose owner lies outside it. A descriptor without an owner
+// (offset 0) maps its security id to owner 0.
 uint8_t ParseSII_cb(const TIndexEntryView& entry, CAttributeContent& content, COwnersTable& table);
 
 class CFastNtfsProcessor {
@@ -111,6 +115,8 @@ public:
     void BuildReparsePointList();
     void ProcessReparsePoints();
     void LogUnknownReparseTags();
+    // At the volume's end: how many per-record warnings were not written.
+    void LogSuppressedWarnings() const { m_RecordWarnings.LogSuppressed(); }
 
     // One in-use, fixed-up record (FileRecordSize bytes).
     void ProcessFileRecord(uint64_t frn, const uint8_t* record);
@@ -162,6 +168,7 @@ private:
     // Adds a row for a directory whose flags say INC or NODE.
     void _AddDirRow(TDirInfo& info, TDirInfo& parent, std::u16string_view name, uint64_t tag);
     uint8_t* _RecordBuffer(CBuf<uint8_t>& buffer);
+    void _WarnAboutRecord(std::u16string_view format, uint64_t frn);
 
     // Node flags.
     void _ResolveFilterNode(uint64_t frn, CIncExcNode& node);
@@ -215,6 +222,7 @@ private:
     };
     std::deque<TRecordNames> m_NameSlots;
     TProcessorServices m_Services;
+    CWarningLimit m_RecordWarnings;
 };
 
 }  // namespace indexer::fast_ntfs_indexer

@@ -3,8 +3,13 @@
 // cycles, damaged and odd records, the record count's lower bound).
 #include <gtest/gtest.h>
 
+#include <cstring>
+#include <fstream>
+#include <functional>
+
 #include "fast/fast_test_util.h"
 #include "fast/fast_volume_builder.h"
+#include "ntfs/ntfs_attributes.h"
 #include "platform/volume_table.h"
 #include "testing/log_capture.h"
 #include "testing/temp_registry.h"
@@ -166,18 +171,52 @@ TEST_F(FastSynthetic, NamesOfAFileGiveOneRowEachInIncludedFolders) {
     EXPECT_TRUE(log.Contains(u"NTFS metafile. FRN=0x000000000000000b"));
 }
 
-TEST_F(FastSynthetic, InvalidRecordsAreCountedAndTheVolumeStillIndexes) {
-    CSynthVolume volume(24);
+// A bad record is one invalid record, logged once by its own number, and
+// the scan goes on after it, also behind a long run of free records (it was
+// once reported for every free record before it, each report scanning the
+// bitmap again).
+TEST_F(FastSynthetic, InvalidRecordsAreCountedOnceAndTheVolumeStillIndexes) {
+    CSynthVolume volume(1000);
     volume.File(16, 5, u"a.txt");
-    volume.File(17, 5, u"torn.txt").BadSignature = true;
-    volume.File(18, 5, u"b.txt");
+    volume.File(700, 5, u"torn.txt").BadSignature = true;
+    volume.File(701, 5, u"b.txt");
     ngitest::CLogCapture log;
     ASSERT_EQ(Index(volume), "");
     EXPECT_EQ(m_Content.Files.size(), 2u);
-    EXPECT_TRUE(log.Contains(u"Can`t parse file record #17."));
+    EXPECT_EQ(log.Count(u"Can`t parse file record #"), 1u);
+    EXPECT_TRUE(log.Contains(u"Can`t parse file record #700."));
     EXPECT_TRUE(log.Contains(u"Complete with fails, 1 invalid file records found!"));
     EXPECT_TRUE(log.Contains(u"Main circle. Failed."));
     EXPECT_TRUE(log.Contains(u"Execute NTFS parsing algorithm. Ok."));
+}
+
+// Each failure leaves no index behind that its readers would refuse, or that
+// would hide the volume: the attempt fails, naming the record.
+TEST_F(FastSynthetic, VolumesThatWouldGiveAnUnreadableOrEmptyIndexFail) {
+    CSynthVolume emptyDir(20);
+    emptyDir.Dir(16, 5, u"");
+    emptyDir.File(17, 16, u"inside.txt");
+    ngitest::CLogCapture log;
+    std::string failure = Index(emptyDir);
+    EXPECT_NE(failure.find("Directory FRN=0x0000000000000010 has an empty name"), std::string::npos) << failure;
+    EXPECT_NE(failure.find("Cannot process file record #16."), std::string::npos) << failure;
+    EXPECT_TRUE(log.Contains(u"Found empty FileName for directory! FileRefNum=0x0000000000000010."));
+    // An empty file name stays a row: the readers take it.
+    CSynthVolume emptyFile(20);
+    emptyFile.File(16, 5, u"");
+    EXPECT_EQ(Index(emptyFile), "");
+    // A bitmap that frees one of records 0 to 15, whatever the settings skip.
+    for (const uint64_t freed : {0u, 9u, 15u}) {
+        CSynthVolume volume(20);
+        volume.File(16, 5, u"a.txt");
+        TBytes image = volume.Build();
+        // The bitmap's cluster follows the $MFT's five.
+        const size_t bitmap = (CSynthVolume::kMftCluster + 5) * CSynthVolume::kCluster;
+        image[bitmap + freed / 8] &= static_cast<uint8_t>(~(1u << (freed % 8)));
+        failure = IndexImage(image);
+        EXPECT_NE(failure.find("marks file record #" + std::to_string(freed) + " free"), std::string::npos)
+            << failure;
+    }
 }
 
 TEST_F(FastSynthetic, ParentThatIsNoDirectoryStopsTheVolume) {
@@ -250,6 +289,14 @@ TEST_F(FastSynthetic, DamagedRecordStopsTheVolumeWithWhatWasWrong) {
     EXPECT_NE(failure.find("File record FRN=0x0000000000000010 is corrupted"), std::string::npos) << failure;
 }
 
+// The volume table of the links' substitute names: C: alone.
+platform::CVolumeTable DriveC() {
+    std::vector<platform::TVolumeTableEntry> volumes(1);
+    volumes[0].mountPoints = {u"C:"};
+    volumes[0].volumeName = u"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}\\";
+    return platform::CVolumeTable(volumes, {});
+}
+
 // The value of a symbolic link's $REPARSE_POINT: tag, length, the four name
 // fields, flags, then the names.
 TBytes SymlinkValue(const std::u16string& substitute) {
@@ -288,6 +335,221 @@ void AddReparseIndex(CSynthVolume& volume, uint64_t reparseFrn, const std::vecto
     volume.File(reparseFrn, 11, u"$Reparse").Extra.push_back(ResidentAttr(0x90, root, u"$R"));
 }
 
+// $Secure (record 9) with a resident $SDS and $SII.
+void AddSecure(CSynthVolume& volume, const std::vector<std::pair<uint32_t, bool>>& ids) {
+    const TSecure secure = SecureStreams(ids);
+    TSynthRecord& record = volume.File(9, 5, u"$Secure", 0);
+    record.Extra = {ResidentAttr(0x80, secure.Sds, u"$SDS"), ResidentAttr(0x90, secure.SiiRoot, u"$SII")};
+}
+
+TEST_F(FastSynthetic, DescriptorsWithoutOwnerGiveOwnerZeroAndOneWarning) {
+    CSynthVolume volume(24);
+    AddSecure(volume, {{0x100, true}, {0x101, false}, {0x102, false}});
+    volume.File(16, 5, u"owned.txt").SecurityId = 0x100;
+    volume.File(17, 5, u"nobody.txt").SecurityId = 0x101;
+    volume.File(18, 5, u"nobody-too.txt").SecurityId = 0x102;
+    const std::string settings = std::string(kSettingsKey) + "\"IndexerSkipReparsePoints\"=dword:00000001\n";
+    ngitest::CLogCapture log;
+    ASSERT_EQ(IndexImage(volume.Build(), settings), "");
+    EXPECT_EQ(m_Content.FileOwners,
+              (std::map<std::string, uint32_t>{{"owned.txt", 1}, {"nobody.txt", 0}, {"nobody-too.txt", 0}}));
+    ASSERT_EQ(m_Content.Owners.size(), 2u);
+    EXPECT_EQ(std::get<0>(m_Content.Owners[1]), "S-1-5-32-256");
+    EXPECT_EQ(log.Count(u"have no owner"), 1u);
+    EXPECT_TRUE(log.Contains(u"2 security descriptors of $Secure have no owner; their files get owner 0."));
+}
+
+// $Secure's $SDS split over record 9 and extension records 17 and 18
+// (SplitAttribute), its three clusters behind the rest of the volume.
+class SplitSecure : public FastSynthetic {
+protected:
+    static constexpr uint64_t kCluster = CSynthVolume::kCluster;
+
+    TBytes Build(uint64_t vcnOf18 = 1, uint16_t instanceOf18 = 0) {
+        CSynthVolume volume(24);
+        volume.File(19, 5, u"a.txt").SecurityId = 0x100;
+        volume.File(20, 5, u"b.txt").SecurityId = 0x101;
+        volume.File(21, 5, u"c.txt").SecurityId = 0x102;
+        TBytes image = volume.Build();
+        const uint64_t data = image.size() / kCluster;
+        const TSecure secure = SecureStreams({{0x100, true}, {0x101, true}, {0x102, true}}, kCluster);
+        image.insert(image.end(), secure.Sds.begin(), secure.Sds.end());
+        Put64(image, 0x28, (data + 3) * 8);
+        const TSplitRecords split = SplitAttribute(9, 18, 17, FileNameValue(5, u"$Secure", 3), 0x80, u"$SDS", data,
+                                                   {ResidentAttr(0x90, secure.SiiRoot, u"$SII")}, vcnOf18,
+                                                   instanceOf18);
+        for (const auto& [frn, record] : {std::pair{9, &split.Base}, std::pair{18, &split.First},
+                                          std::pair{17, &split.Second}}) {
+            std::copy(record->begin(), record->end(),
+                      image.begin() + static_cast<std::ptrdiff_t>(CSynthVolume::kMftCluster * kCluster +
+                                                                  frn * CSynthVolume::kRecord));
+            image[(CSynthVolume::kMftCluster + 6) * kCluster + frn / 8] |= static_cast<uint8_t>(1u << (frn % 8));
+        }
+        return image;
+    }
+    const std::string kOwners = std::string(kSettingsKey) + "\"IndexerSkipReparsePoints\"=dword:00000001\n";
+};
+
+TEST_F(SplitSecure, ExtentsInSeveralRecordsAreReadInVcnOrder) {
+    const TBytes image = Build();
+    ASSERT_EQ(IndexImage(image, kOwners), "");
+    EXPECT_EQ(m_Content.FileOwners, (std::map<std::string, uint32_t>{{"a.txt", 1}, {"b.txt", 2}, {"c.txt", 3}}));
+    ASSERT_EQ(m_Content.Owners.size(), 4u);
+    EXPECT_EQ(std::get<0>(m_Content.Owners[3]), "S-1-5-32-258");
+}
+
+// The same split written into a volume made by mkntfs, which the Sleuth Kit
+// reads: a file's named stream of three clusters, through the reader and
+// through icat.
+TEST(SplitAttribute, ReadsAsTheSleuthKitReadsIt) {
+    const std::string mkntfs = fs::exists("/usr/sbin/mkntfs") ? "/usr/sbin/mkntfs" : "mkntfs";
+    if (!ngitest::ntfs::HaveTool("icat") || !ngitest::ntfs::HaveTool(mkntfs)) GTEST_SKIP() << "no Sleuth Kit or mkntfs";
+    ngitest::CTempDir dir;
+    const fs::path path = dir.Native() / "split.img";
+    std::ofstream(path).close();
+    fs::resize_file(path, 8 << 20);
+    ASSERT_EQ(std::system((mkntfs + " -F -q -Q -c 4096 " + ngitest::ntfs::Quote(path) + " >/dev/null 2>&1").c_str()), 0);
+    const std::string istat = ngitest::ntfs::RunCommand("istat " + ngitest::ntfs::Quote(path) + " 0");
+    const auto [mft, mftSize] = IstatRuns(istat, "$DATA (128-");
+    const auto [bitmap, bitmapSize] = IstatRuns(istat, "$BITMAP (176-");
+    ASSERT_GE(mftSize, 27u * 1024) << istat;
+    ASSERT_FALSE(bitmap.empty());
+    constexpr uint64_t kCluster = 4096, kLcn = 2040;  // near the end, where mkntfs puts nothing
+    TBytes image = ngitest::ntfs::ReadBytes(path);
+    for (uint64_t i = 0; i < 3 * kCluster; ++i) image[kLcn * kCluster + i] = static_cast<uint8_t>(i * 7 + i / kCluster);
+    const TSplitRecords split = SplitAttribute(24, 26, 25, FileNameValue(5, u"split.bin", 3), 0x80, u"s", kLcn, {});
+    for (const auto& [frn, record] : {std::pair{24, &split.Base}, std::pair{26, &split.First},
+                                      std::pair{25, &split.Second}}) {
+        std::copy(record->begin(), record->end(),
+                  image.begin() + static_cast<std::ptrdiff_t>(mft[frn * 1024 / kCluster] * kCluster + frn * 1024 % kCluster));
+        image[bitmap[0] * kCluster + frn / 8] |= static_cast<uint8_t>(1u << (frn % 8));
+    }
+    ngitest::ntfs::WriteBytes(path, image);
+    ngitest::ntfs::CImageVolume v;
+    v.Open(path);
+    TBytes record(1024);
+    v.Volume().GetFileRecord(24, record.data(), 1);
+    indexer::fast_ntfs_indexer::CAttributeContent stream(&v.Volume(), 24, u"s");
+    indexer::fast_ntfs_indexer::CNtfsAttributes(&v.Volume()).ReadAttributeContent(record.data(), 24, 0x80, u"s", stream);
+    std::string bytes(3 * kCluster, '\0');
+    ASSERT_EQ(stream.Read(0, bytes.data(), bytes.size()), bytes.size());
+    EXPECT_EQ(std::memcmp(bytes.data(), image.data() + kLcn * kCluster, bytes.size()), 0);
+    const std::string oracle = ngitest::ntfs::RunCommand("icat " + ngitest::ntfs::Quote(path) + " 24-128-3");
+    EXPECT_EQ(oracle.size(), bytes.size());
+    EXPECT_TRUE(oracle == bytes) << "the reader and the Sleuth Kit read the stream differently";
+}
+
+TEST_F(SplitSecure, ExtentsThatDisagreeWithTheListFailNamingThem) {
+    const struct {
+        uint64_t Vcn;
+        uint16_t Instance;
+        const char* Failure;
+    } cases[] = {
+        {2, 0, "An extent of attribute [$SDS] in file record FRN=0x0000000000000012 starts at VCN "
+               "0x0000000000000002, but the extents before it end at VCN 0x0000000000000001."},
+        {1, 7, "File record FRN=0x0000000000000009 is corrupted: attribute list entry at offset 0x88 names "
+               "attribute type 0x80 instance 7 of file record FRN=0x0000000000000012, which holds no such attribute"},
+    };
+    for (const auto& c : cases) {
+        const std::string failure = IndexImage(Build(c.Vcn, c.Instance), kOwners);
+        EXPECT_NE(failure.find(c.Failure), std::string::npos) << failure;
+    }
+}
+
+// The reader's and the pipeline's own texts, each on a volume made to give
+// it: the failure (empty when the volume is indexed) and a line with its level.
+TEST_F(FastSynthetic, MessagesOfTheReaderAndThePipeline) {
+    const std::string owners = std::string(kSettingsKey) + "\"IndexerSkipReparsePoints\"=dword:00000001\n";
+    const std::string reparse = std::string(kSettingsKey) + "\"IndexerSkipOwnersParsing\"=dword:00000001\n";
+    // A file, then a symbolic link 19 in folder 18; `damage` takes something
+    // from the link's record or, with `folder`, from the folder's.
+    auto link = [](const std::function<void(TSynthRecord&)>& damage, bool folder = false) {
+        CSynthVolume volume(24);
+        volume.File(16, 5, u"target.txt");
+        TSynthRecord& links = volume.Dir(18, 5, u"links");
+        TSynthRecord& record = volume.File(19, 18, u"shortcut");
+        record.Extra.push_back(ResidentAttr(0xC0, SymlinkValue(u"\\??\\C:\\target.txt")));
+        damage(folder ? links : record);
+        AddReparseIndex(volume, 20, {19});
+        return volume.Build();
+    };
+    auto withSecure = [](uint32_t sdsLengthOfFirst) {
+        CSynthVolume volume(20);
+        volume.File(16, 5, u"a.txt");
+        TSecure secure = SecureStreams({{0x100, true}});
+        Put32(secure.SiiRoot, 0x20 + 36, sdsLengthOfFirst);
+        volume.File(9, 5, u"$Secure", 0).Extra = {ResidentAttr(0x80, secure.Sds, u"$SDS"),
+                                                   ResidentAttr(0x90, secure.SiiRoot, u"$SII")};
+        return volume.Build();
+    };
+    auto shortStandardInformation = [](size_t length) {
+        CSynthVolume volume(20);
+        TSynthRecord& file = volume.File(16, 5, u"old.txt");
+        file.StandardInformation = false;
+        file.Extra.push_back(ResidentAttr(0x10, TBytes(length, 0)));
+        return volume.Build();
+    };
+    // Record 0 with its $BITMAP resident; a file whose non-resident
+    // $ATTRIBUTE_LIST claims more bytes than its runs hold.
+    auto residentBitmap = [] {
+        TBytes image = CSynthVolume(20).Build();
+        const TBytes run = {0x11, 5, CSynthVolume::kMftCluster};
+        const TBytes record0 = FileRecord({ResidentAttr(0x10, TBytes(0x48, 0)),
+                                           NonResidentAttr(0x80, run, 0, 5 * 4096, 20 * 1024, 20 * 1024),
+                                           ResidentAttr(0xB0, TBytes(8, 0xFF))});
+        std::copy(record0.begin(), record0.end(), image.begin() + CSynthVolume::kMftCluster * CSynthVolume::kCluster);
+        return image;
+    };
+    auto longList = [] {
+        CSynthVolume volume(20);
+        volume.File(16, 5, u"listed.txt").Extra.push_back(NonResidentAttr(0x20, {0x11, 1, 1}, 0, 4096, 8192, 8192));
+        return volume.Build();
+    };
+    const struct {
+        const char* What;
+        TBytes Image;
+        std::string Settings;
+        const char* Failure;
+        const char16_t* Line;
+        int32_t Level;
+    } cases[] = {
+        {"48-byte $STANDARD_INFORMATION", shortStandardInformation(48), kPlain, "",
+         u"File #0x0000000000000010. $STANDART_ATTRIBUTE havn`t SecurityId.", LogWarning},
+        {"8-byte $STANDARD_INFORMATION", shortStandardInformation(8), kPlain, "",
+         u"File #0x0000000000000010. $STANDART_ATTRIBUTE havn`t LastModificationTime.", LogWarning},
+        {"resident $MFT bitmap", residentBitmap(), kPlain, "$MFT $BITMAP RESIDENT_FORM parse not implemented!",
+         u"$MFT $BITMAP RESIDENT_FORM", LogError},
+        {"attribute list longer than its runs", longList(), kPlain, "Attribute NONRESIDENT_FORM invalid file size!",
+         u"    Attribute NONRESIDENT_FORM invalid file size! Nonresident.FileSize=8192, BufCount=4096", LogError},
+        {"$SDS record passing the stream", withSecure(4096), owners,
+         "indexer::fast_ntfs_indexer::ParseSII_cb fail. Attribute overflow. ValidDataLength=0x0000000000000048", nullptr,
+         0},
+        {"link with an attribute list", link([](TSynthRecord& r) { r.Extra.push_back(ResidentAttr(0x20, {})); }),
+         reparse, "_FillReparsePointInfo fail. $ATTRIBUTE_LIST found!", u"FRN: 0x0000000000000013.", LogError},
+        {"link without a name", link([](TSynthRecord& r) { r.Names.clear(); }), reparse,
+         "_FillReparsePointInfo fail. Attribute FILE_NAME is not found for ReparsePoint!", nullptr, 0},
+        {"link without $STANDARD_INFORMATION", link([](TSynthRecord& r) { r.StandardInformation = false; }), reparse,
+         "_FillReparsePointInfo fail. Attribute STANDART_INFORMATION is not found!", nullptr, 0},
+        {"link whose reparse point is gone", link([](TSynthRecord& r) { r.Extra.clear(); }), reparse,
+         "_FillReparsePointInfo fail. Attribute REPARSE_POINT is not found!", u"Error: ", LogError},
+        {"link in a folder that gives no row", link([](TSynthRecord& r) { r.StandardInformation = false; }, true),
+         reparse, "BuildReparsePointList fail.", u"_GetDirectoryInfo fail. _GetDirInfo() return NULL!", LogError},
+    };
+    platform::CVolumeTable table = DriveC();
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.What);
+        ngitest::CLogCapture log;
+        const std::string failure = IndexImage(c.Image, c.Settings, {.Volumes = &table});
+        if (*c.Failure == 0)
+            EXPECT_EQ(failure, "");
+        else
+            EXPECT_NE(failure.find(c.Failure), std::string::npos) << failure;
+        if (c.Line) {
+            EXPECT_EQ(log.LevelOf(c.Line), c.Level) << U8(log.Text());
+        }
+    }
+}
+
 TEST_F(FastSynthetic, FileLinkCopiesItsTargetsRow) {
     CSynthVolume volume(32);
     volume.Dir(16, 5, u"data").Indexed = true;
@@ -295,10 +557,7 @@ TEST_F(FastSynthetic, FileLinkCopiesItsTargetsRow) {
     volume.Dir(18, 5, u"links");
     volume.File(19, 18, u"shortcut").Extra.push_back(ResidentAttr(0xC0, SymlinkValue(u"\\??\\C:\\data\\target.txt")));
     AddReparseIndex(volume, 20, {19});
-    std::vector<platform::TVolumeTableEntry> volumes(1);
-    volumes[0].mountPoints = {u"C:"};
-    volumes[0].volumeName = u"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}\\";
-    platform::CVolumeTable table(volumes, {});
+    platform::CVolumeTable table = DriveC();
     const std::string settings = std::string(kSettingsKey) + "\"IndexerSkipOwnersParsing\"=dword:00000001\n";
     ngitest::CLogCapture log;
     ASSERT_EQ(IndexImage(volume.Build(), settings, {.Volumes = &table}), "");

@@ -3,7 +3,8 @@
 // cases (records in any order, parent chains of any depth, damaged records).
 //
 // Layout: 4 KiB clusters, 1 KiB records; $MFT from cluster 16, its $BITMAP
-// right behind it. Records not placed are free; record 5 (the root) is
+// right behind it. Records from 16 on not placed are free (below 16 an empty
+// record in use stands in); record 5 (the root) is
 // always there. Directories that the filter must search carry a resident
 // $I30 index root listing their children.
 
@@ -91,6 +92,10 @@ public:
             image[bitmapCluster * kCluster + frn / 8] |= static_cast<uint8_t>(1u << (frn % 8));
         };
         place(0, record0);
+        // The volume's own records are always in use: empty ones stand in
+        // for those a test does not give.
+        for (uint64_t frn = 1; frn < 16; ++frn)
+            if (!m_Records.count(frn)) place(frn, FileRecord({}, kRecord, 1));
         for (const auto& [frn, r] : m_Records) {
             if (frn >= m_Count) continue;
             std::vector<TBytes> attributes;
@@ -152,5 +157,116 @@ private:
     uint64_t m_Count;
     std::map<uint64_t, TSynthRecord> m_Records;
 };
+
+// The $SDS stream and $SII root of $Secure: a descriptor for each security
+// id, `stride` bytes apart, owned by S-1-5-32-<id>, or by no one (owner
+// offset 0, legal).
+struct TSecure {
+    TBytes Sds, SiiRoot;
+};
+inline TSecure SecureStreams(const std::vector<std::pair<uint32_t, bool>>& ids, uint32_t stride = 56) {
+    TSecure out;
+    TBytes entries;
+    for (const auto& [id, owned] : ids) {
+        const uint32_t offset = static_cast<uint32_t>(out.Sds.size());
+        TBytes record(56, 0);
+        Put32(record, 4, id);
+        Put64(record, 8, offset);
+        Put32(record, 16, 56);
+        record[20] = 1;             // revision
+        Put16(record, 22, 0x8004);  // self-relative, DACL present
+        Put32(record, 24, owned ? 20 : 0);
+        const uint8_t sid[12] = {1, 2, 0, 0, 0, 0, 0, 5, 32, 0, 0, 0};
+        std::copy(sid, sid + 12, record.begin() + 40);
+        Put32(record, 52, id);
+        record.resize(stride, 0);
+        out.Sds.insert(out.Sds.end(), record.begin(), record.end());
+        TBytes entry(40, 0);
+        Put16(entry, 0, 20);
+        Put16(entry, 2, 20);
+        Put16(entry, 8, 40);
+        Put16(entry, 10, 4);
+        Put32(entry, 16, id);
+        Put32(entry, 24, id);
+        Put64(entry, 28, offset);
+        Put32(entry, 36, 56);
+        entries.insert(entries.end(), entry.begin(), entry.end());
+    }
+    if (stride == 56) out.Sds.resize(out.Sds.size() + 16);  // no record may end where the stream ends
+    const TBytes last = IndexEntry(0, {}, 2);
+    entries.insert(entries.end(), last.begin(), last.end());
+    out.SiiRoot.assign(0x20, 0);
+    Put32(out.SiiRoot, 0x10, 0x10);
+    Put32(out.SiiRoot, 0x14, static_cast<uint32_t>(0x10 + entries.size()));
+    Put32(out.SiiRoot, 0x18, static_cast<uint32_t>(0x10 + entries.size()));
+    out.SiiRoot.insert(out.SiiRoot.end(), entries.begin(), entries.end());
+    return out;
+}
+
+// One $ATTRIBUTE_LIST entry.
+inline TBytes ListEntry(uint32_t type, const std::u16string& name, uint64_t vcn, uint64_t record, uint16_t instance) {
+    TBytes e((0x1A + 2 * name.size() + 7) & ~size_t{7}, 0);
+    Put32(e, 0, type);
+    Put16(e, 4, static_cast<uint16_t>(e.size()));
+    e[6] = static_cast<uint8_t>(name.size());
+    e[7] = 0x1A;
+    Put64(e, 8, vcn);
+    Put64(e, 0x10, record);
+    Put16(e, 0x18, instance);
+    for (size_t i = 0; i < name.size(); ++i) Put16(e, 0x1A + 2 * i, name[i]);
+    return e;
+}
+
+// The records of a file whose non-resident attribute `type` named `name`
+// (three clusters from `lcn`) is split as Windows splits a large $SDS, $I30
+// or $R: the first extent in the base record, the others in extension
+// records, each extent under the instance number of its own record (3 in
+// the base record, 0 in both others). Extension `second` holds VCN 2 but
+// comes first in the list (for its unnamed $DATA), so that extents placed by
+// record would be misplaced; `first` holds VCN 1. `vcnOfFirst` and
+// `instanceOfFirst` damage the extent in `first` or the list entry naming it.
+struct TSplitRecords {
+    TBytes Base, First, Second;
+};
+inline TSplitRecords SplitAttribute(uint64_t base, uint64_t first, uint64_t second, const TBytes& fileName,
+                                    uint32_t type, const std::u16string& name, uint64_t lcn,
+                                    const std::vector<TBytes>& baseExtra, uint64_t vcnOfFirst = 1,
+                                    uint16_t instanceOfFirst = 0) {
+    constexpr uint64_t kCluster = CSynthVolume::kCluster;
+    constexpr uint64_t kSequence = uint64_t{1} << 48;  // every record here has sequence number 1
+    auto extent = [&](uint64_t vcn, uint64_t at, uint16_t instance) {
+        const TBytes run = {0x21, 1, static_cast<uint8_t>(at), static_cast<uint8_t>(at >> 8)};
+        TBytes a = vcn == 0 ? NonResidentAttr(type, run, 0, 3 * kCluster, 3 * kCluster, 3 * kCluster, name, instance)
+                            : NonResidentAttr(type, run, vcn, 0, 0, 0, name, instance);
+        Put64(a, 0x18, vcn);  // highest VCN: one cluster each
+        return a;
+    };
+    TBytes list;
+    for (const TBytes& e : {ListEntry(0x10, u"", 0, base | kSequence, 0), ListEntry(0x30, u"", 0, base | kSequence, 2),
+                            ListEntry(0x80, u"", 0, second | kSequence, 1), ListEntry(type, name, 0, base | kSequence, 3),
+                            ListEntry(type, name, 1, first | kSequence, instanceOfFirst),
+                            ListEntry(type, name, 2, second | kSequence, 0)})
+        list.insert(list.end(), e.begin(), e.end());
+    for (size_t i = 0; i < baseExtra.size(); ++i) {
+        const TBytes& x = baseExtra[i];
+        const uint32_t extraType = x[0] | x[1] << 8 | x[2] << 16 | static_cast<uint32_t>(x[3]) << 24;
+        const TBytes e = ListEntry(extraType, u"", 0, base | kSequence, static_cast<uint16_t>(4 + i));
+        list.insert(list.end(), e.begin(), e.end());
+    }
+    TBytes si(0x48, 0);
+    Put32(si, 0x34, 0x100);
+    std::vector<TBytes> attributes = {ResidentAttr(0x10, si, u"", 0), ResidentAttr(0x20, list, u"", 1),
+                                      ResidentAttr(0x30, fileName, u"", 2), extent(0, lcn, 3)};
+    for (size_t i = 0; i < baseExtra.size(); ++i) {
+        attributes.push_back(baseExtra[i]);
+        Put16(attributes.back(), 0x0E, static_cast<uint16_t>(4 + i));
+    }
+    TSplitRecords out{FileRecord(attributes), FileRecord({extent(vcnOfFirst, lcn + 1, 0)}),
+                      FileRecord({ResidentAttr(0x80, {'x'}, u"", 1), extent(2, lcn + 2, 0)})};
+    for (TBytes* r : {&out.Base, &out.First, &out.Second}) Put16(*r, 0x10, 1);
+    Put64(out.First, 0x20, base | kSequence);
+    Put64(out.Second, 0x20, base | kSequence);
+    return out;
+}
 
 }  // namespace ngitest::fast

@@ -50,7 +50,12 @@ uint8_t ParseSII_cb(const TIndexEntryView& entry, CAttributeContent& content, CO
         throw CExc(u"%1 fail. $SDS record at 0x%2 of 0x%3 bytes is damaged.", kParseSiiCb, util::Hex16(offset),
                    util::Hex8(length));
     const uint32_t ownerOffset = Le32(record + kSdsDescriptor + kSdOwnerOffset);
-    if (ownerOffset == 0 || ownerOffset >= length - kSdsDescriptor)
+    // A descriptor may leave its owner out (offset 0): its files get owner 0.
+    if (ownerOffset == 0) {
+        table.AddWithoutOwner(Le32(record + 4));
+        return 1;
+    }
+    if (ownerOffset >= length - kSdsDescriptor)
         throw CExc(u"%1 fail. $SDS record at 0x%2 has no owner inside it (owner offset 0x%3).", kParseSiiCb,
                    util::Hex16(offset), util::Hex8(ownerOffset));
     const size_t sidAt = kSdsDescriptor + ownerOffset;
@@ -73,6 +78,9 @@ void CFastNtfsProcessor::ParseSecureMetafile() {
         record, kSecureFrn, u"$SII",
         [&](const TIndexEntryView& entry, uint64_t, uint64_t) { return ParseSII_cb(entry, content, m_Owners); }, 0,
         0);
+    if (const uint64_t ownerless = m_Owners.GetWithoutOwnerCount(); ownerless != 0)
+        GetLog().Warning(u"%1 security descriptors of $Secure have no owner; their files get owner 0.",
+                         util::ToStrU64(ownerless));
     GetLog().Info(u"$Secure metafile parsing complete.");
 }
 

@@ -27,6 +27,12 @@ public:
     // true when it is a new owner (logged "    Sid: %1"). Throws what
     // util::CSid throws.
     bool Add(uint32_t securityId, const uint8_t* sid, size_t available);
+    // Maps `securityId` to owner 0: its descriptor has no owner (legal).
+    void AddWithoutOwner(uint32_t securityId) {
+        m_Ids[securityId] = 0;
+        ++m_WithoutOwner;
+    }
+    uint64_t GetWithoutOwnerCount() const { return m_WithoutOwner; }
     // True and the index, or false and all ones.
     bool Lookup(uint32_t securityId, uint32_t& index) const;
     // False when the index is past the end.
@@ -39,6 +45,7 @@ private:
     std::vector<std::shared_ptr<util::CSid>> m_Sids;
     std::vector<std::u16string> m_Texts;  // the text of each SID, for the comparison
     bool m_Unused = false;
+    uint64_t m_WithoutOwner = 0;
 };
 
 }  // namespace indexer::fast_ntfs_indexer

@@ -12,6 +12,18 @@ constexpr char16_t kIndexVolume[] = u"indexer::fast_ntfs_indexer::CVolumeNTFSInd
 
 void Console(std::u16string_view text) { platform::WriteStdOut(text); }
 
+// Records 0 to 15 are the volume's own files and reserved records: every
+// NTFS volume keeps them in use. A bitmap that marks one free is damaged,
+// and read as it stands it would hide the whole volume (an index of the
+// root alone), whatever the settings skip.
+void CheckMetafilesInUse(const CNtfsVolume& volume) {
+    for (uint64_t frn = 0; frn < kFirstUserFrn; ++frn)
+        if (!volume.IsRecordInUse(frn))
+            throw CExc(u"%1 fail. The $MFT $BITMAP marks file record #%2 free: records 0 to 15 are always in "
+                       u"use, so the bitmap is damaged.",
+                       kIndexVolume, util::ToStrU64(frn));
+}
+
 }  // namespace
 
 void CVolumeNTFSIndexer::IndexVolume(platform::NativeHandle handle, const CIndexingVolumeInfo& description,
@@ -22,6 +34,7 @@ void CVolumeNTFSIndexer::IndexVolume(platform::NativeHandle handle, const CIndex
     m_InvalidRecords = 0;
     CNtfsVolume volume;
     volume.InitMftInfo(handle);
+    CheckMetafilesInUse(volume);
     const uint64_t count = volume.GetFileRecordCount();
     auto index = std::make_shared<CNtfsIndex>(&volume);
     auto attributes = std::make_shared<CNtfsAttributes>(&volume);
@@ -63,10 +76,14 @@ void CVolumeNTFSIndexer::IndexVolume(platform::NativeHandle handle, const CIndex
                     Console(util::ToStrU64(static_cast<uint64_t>(percent)) + u"%");
                     log.Info(u"%1%", util::ToStrU64(static_cast<uint64_t>(percent)));
                 }
-                const uint64_t found = volume.GetFileRecord(current, buffer.Get(), 0);
+                // The scan passes free records: a record that cannot be read
+                // is reported by its own number, once, and the scan goes on
+                // after it (not after the record it started from).
+                uint64_t unreadable = current;
+                const uint64_t found = volume.GetFileRecord(current, buffer.Get(), 0, &unreadable);
                 if (found == ~uint64_t{0}) {
-                    log.Warning(u"Can`t parse file record #%1.", util::ToStrU64(current));
-                    ++current;
+                    log.Warning(u"Can`t parse file record #%1.", util::ToStrU64(unreadable));
+                    current = unreadable + 1;
                     ++m_InvalidRecords;
                     continue;
                 }
@@ -96,6 +113,7 @@ void CVolumeNTFSIndexer::IndexVolume(platform::NativeHandle handle, const CIndex
         block.Complete();
     }
     processor->LogUnknownReparseTags();
+    processor->LogSuppressedWarnings();
     outer.Complete();
 }
 

@@ -3,13 +3,14 @@
 // NTFS volume, from the volume handle to the rows of an open index base.
 //
 // IndexVolume runs, inside the log block "Execute NTFS parsing algorithm",
-// the phases in their fixed order, each in its own block: the $MFT set-up,
+// the phases in their fixed order, each in its own block: the $MFT set-up
+// (failing when the $MFT bitmap marks any of records 0 to 15 free),
 // "Owners parse", "Include/exclude folders process", "ReparsePoints
 // preprocessing", "Main circle" (every record in use from 16 on, in
 // ascending order, with the running percentage on standard output), and
 // "ReparsePoints postprocessing.". A record that the bitmap calls in use but
 // that can't be read (bad signature, outside the $MFT runs) is counted and
-// logged, and the volume goes on ("Complete with fails, %1 invalid file
+// logged once, by its own number, and the volume goes on after it ("Complete with fails, %1 invalid file
 // records found!", the block "Main circle" closing as failed); anything else
 // that fails stops the volume with the context "parsing failed. File record
 // #%1." and the processor's chain of contexts.

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "base/format.h"
+#include "base/utf.h"
 #include "inputs/path_utils.h"
 #include "testing/log_capture.h"
 
@@ -47,7 +48,7 @@ TEST(IncExcNodeTest, TreesOfTheEdgeCases) {
         const CIncExcNode root(c.include, c.exclude);
         EXPECT_EQ(Dump(root), c.dump);
         if (c.warning) {
-            EXPECT_TRUE(log.Contains(c.warning));
+            EXPECT_EQ(log.LevelOf(c.warning), LogWarning) << util::Utf16ToUtf8(log.Text());
         }
     }
 }
@@ -117,12 +118,15 @@ TEST(IncExcNodeTest, FlagsByReferencesTreatAPureNodeAsExcluding) {
     EXPECT_EQ(GetFlagsByReferencesAndName({100}, u"bob", root), kIncExcExc);
     EXPECT_EQ(GetFlagsByReferencesAndName({}, u"Data", root), kIncExcNode | kIncExcInc);
 
-    // A node never resolved is skipped with an error line.
-    CIncExcNode unresolved(Paths{u"users\\ann", u"data"}, Paths{});
+    // A node never resolved is skipped with an error line by the lookup by
+    // references, but not by the lookup of the last step by name.
+    CIncExcNode unresolved(Paths{u"users\\ann", u"data"}, Paths{u"data\\tmp"});
     unresolved.m_Children[1].m_Reference = 200;
     ngitest::CLogCapture log;
-    EXPECT_EQ(GetFlagsByReferences({}, 200, unresolved), kIncExcInc);
-    EXPECT_TRUE(log.Contains(u"Zero reference for [users]."));
+    EXPECT_EQ(GetFlagsByReferences({}, 200, unresolved), kIncExcNode | kIncExcInc);
+    EXPECT_EQ(log.LevelOf(u"Zero reference for [users]."), LogError);
+    EXPECT_EQ(GetFlagsByReferencesAndName({}, u"users", unresolved), kIncExcNode);
+    EXPECT_EQ(GetFlagsByReferencesAndName({200}, u"TMP", unresolved), kIncExcExc);
 }
 
 // Many siblings go through the node's indexes: the same tree and warnings as

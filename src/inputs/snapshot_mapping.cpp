@@ -23,6 +23,22 @@ platform::CXmlNode RequireChild(const platform::CXmlNode& parent, std::u16string
 
 }  // namespace
 
+void ThrowIfListFailed(const platform::TXmlListFailure& failure) {
+    switch (failure.Step) {
+        case platform::TXmlListStep::None: return;
+        case platform::TXmlListStep::Collection:
+            throw CComExc(u"Cannot get a collection of child nodes for the given element.", failure.Hr);
+        case platform::TXmlListStep::Length:
+            throw CComExc(u"Cannot get the dimensions of a container with XML nodes.", failure.Hr);
+        case platform::TXmlListStep::Count:
+            throw CComExc(u"Cannot get the children count for the specified element.", failure.Hr);
+        case platform::TXmlListStep::Item:
+            throw CComExc(u"Cannot retrieve  a XML element  from the child nodes collection by the specified index "
+                          u"[%1].",
+                          util::ToStr(static_cast<int32_t>(failure.Index)), failure.Hr);
+    }
+}
+
 bool ParseClusteredFlag(std::u16string_view text) {
     if (util::EqualNoCase(text, u"true")) return true;
     if (util::EqualNoCase(text, u"false") || text == u"0") return false;
@@ -40,7 +56,9 @@ void CSnapshotMapping::LoadFromFile(std::u16string_view path) {
         throw CComExc(u"Cannot load the specified XML file: [%1].", path, hr < 0 ? hr : kHrFail);
     }
     const platform::CXmlNode list = RequireChild(document.GetDocument(), u"ShadowsList");
-    const std::vector<platform::CXmlNode> children = list.GetChildren();
+    platform::TXmlListFailure failure;
+    const std::vector<platform::CXmlNode> children = list.GetChildren(&failure);
+    ThrowIfListFailed(failure);
     for (const auto& child : children) {
         if (!child.IsElement())
             throw CComExc(u"The given XML node does not support the IXMLDOMElement interface.",

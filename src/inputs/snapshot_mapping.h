@@ -22,6 +22,7 @@
 #include "inputs/guid.h"
 #include "inputs/volume_info.h"
 #include "platform/volume.h"
+#include "platform/xml.h"
 
 namespace indexer {
 
@@ -50,6 +51,15 @@ public:
 // The IsClustered text, ignoring case: "false" and "0" are false, anything
 // else true.
 bool ParseClusteredFlag(std::u16string_view text);
+
+// Throws the CComExc of a failed listing of ShadowsList's children, with the
+// failure's code: "Cannot get a collection of child nodes for the given
+// element." (the collection), "Cannot get the dimensions of a container with
+// XML nodes." (its length), "Cannot get the children count for the
+// specified element." (a length below zero), "Cannot retrieve  a XML element
+// from the child nodes collection by the specified index [%1]." (an item).
+// Nothing when no call failed.
+void ThrowIfListFailed(const platform::TXmlListFailure& failure);
 
 // The input stage of an optimized run: reads the filters and the mapping
 // (a missing mapping file is no failure), builds the volume list, and gives

@@ -87,6 +87,9 @@ TEST(SnapshotMappingTest, TheLaterOfTwoEntriesForOneVolumeWins) {
     EXPECT_TRUE(log.Contains(u"    Volume: [c:][" + kVolC + u"]."));
     EXPECT_TRUE(log.Contains(u"    Volume identifier: [{a1b2c3d4-0000-1111-2222-333344445555}]."));
     EXPECT_TRUE(log.Contains(u"IsClustered parameter was not found"));
+    // The clustered volume's lines: for the clustered entry of c: only.
+    EXPECT_EQ(log.Count(u"    Volume is clustered."), 1u);
+    EXPECT_EQ(log.Count(u"    Volume identifier: ["), 1u);
 }
 
 TEST(SnapshotMappingTest, GuidNameInAnotherCaseDoesNotMatch) {
@@ -96,8 +99,8 @@ TEST(SnapshotMappingTest, GuidNameInAnotherCaseDoesNotMatch) {
     ngitest::CLogCapture log;
     const auto volumes = inputs.Build();
     EXPECT_EQ(volumes.at(0).m_Shadow, u"");
-    EXPECT_TRUE(log.Contains(u"Invalid shadow description."));
-    EXPECT_TRUE(log.Contains(u"Can`t find snapshot for volume: [c:][" + kVolC + u"]."));
+    EXPECT_EQ(log.LevelOf(u"Invalid shadow description."), LogError);
+    EXPECT_EQ(log.LevelOf(u"Can`t find snapshot for volume: [c:][" + kVolC + u"]."), LogError);
     EXPECT_TRUE(log.Contains(u"    Snapshot: [/snap/c]."));
 }
 
@@ -159,7 +162,7 @@ TEST(SnapshotMappingTest, DamagedFilesEndTheRun) {
             EXPECT_EQ(e.GetMessages().front(), expected) << c.content;
             // The parser says where and why in the log.
             if (expected.starts_with(u"Cannot load")) {
-                EXPECT_TRUE(log.Contains(u"XML parser: ")) << c.content;
+                EXPECT_EQ(log.LevelOf(u"XML parser: "), LogError) << c.content;
             }
         }
     }
@@ -176,6 +179,31 @@ TEST(SnapshotMappingTest, DamagedFilesEndTheRun) {
 TEST(SnapshotMappingTest, MalformedMappingEndsTheInputStage) {
     CInputs inputs("<ShadowsList>");
     EXPECT_THROW(inputs.Build(), CComExc);
+}
+
+// The failures of the calls that list ShadowsList's children (only the
+// Windows document object has them) end the run with their own texts.
+TEST(SnapshotMappingTest, FailedListingOfTheEntriesIsRaised) {
+    using platform::TXmlListStep;
+    const struct {
+        TXmlListStep Step;
+        std::u16string Text;
+    } cases[] = {
+        {TXmlListStep::Collection, u"Cannot get a collection of child nodes for the given element."},
+        {TXmlListStep::Length, u"Cannot get the dimensions of a container with XML nodes."},
+        {TXmlListStep::Count, u"Cannot get the children count for the specified element."},
+        {TXmlListStep::Item, u"Cannot retrieve  a XML element  from the child nodes collection by the specified index [3]."},
+    };
+    for (const auto& c : cases) {
+        try {
+            ThrowIfListFailed({c.Step, static_cast<int32_t>(0x80004005), 3});
+            ADD_FAILURE() << "no failure";
+        } catch (const CComExc& e) {
+            EXPECT_EQ(e.GetMessages().front(), c.Text);
+            EXPECT_EQ(e.GetCode(), static_cast<int32_t>(0x80004005));
+        }
+    }
+    EXPECT_NO_THROW(ThrowIfListFailed({}));
 }
 
 }  // namespace

@@ -52,6 +52,8 @@ TEST(VolumeInfoTest, VolumeListOfAnOptimizedRun) {
         std::vector<TExpected> volumes;
     } cases[] = {
         {"a root include means the whole volume", {u"c:"}, {}, {{u"c:", {}, {}}}},
+        {"a folder after the root narrows the volume to the folder", {u"c:", u"c:\\data"}, {},
+         {{u"c:", {u"data"}, {}}}},
         {"folder then subfolder keeps the first", {u"c:\\data", u"c:\\DATA\\sub"}, {}, {{u"c:", {u"data"}, {}}}},
         {"subfolder then folder keeps both", {u"c:\\data\\sub", u"c:\\data"}, {},
          {{u"c:", {u"data\\sub", u"data"}, {}}}},

@@ -26,20 +26,23 @@ void CAttributeContent::ParseAttribute(const CAttrHeader& attr) {
         if (m_State == Resident)
             throw CExc(u"%1 fail. Attribute have already had resident content. FRN=0x%2, AttrName[%3]", kFnParse,
                        util::Hex16(m_Frn), m_Name);
-        if (m_State == NonResident && m_Instance != attr.Instance())
-            throw CExc(u"%1 fail. Already added attribute and new attribute has different instances. "
-                       u"m_Instance=0x%2, pAttr->Instance[%3]",
-                       kFnParse, HexDigits(m_Instance, 4), HexDigits(attr.Instance(), 4));
+        // Extents come in the order of their VCNs (the attribute list's
+        // order); each must start where the ones before it end. Instance
+        // numbers are per record and say nothing across records.
+        const uint64_t lowestVcn = attr.LowestVcn();
+        if (lowestVcn != m_NextVcn)
+            throw CExc(FormatMessageArgs(u"%1 fail. An extent of attribute [%2] in file record FRN=0x%3 starts at "
+                                         u"VCN 0x%4, but the extents before it end at VCN 0x%5.",
+                                         {kFnParse, m_Name, util::Hex16(attr.Frn()), util::Hex16(lowestVcn),
+                                          util::Hex16(m_NextVcn)}));
         // Decode into a copy first, so a refused header leaves the object as it was.
         TBlockVector extents = m_Extents;
-        DecodeRunList(attr, m_Volume->GetVolumeGeometry().BytesPerCluster, extents);
+        const uint64_t nextVcn = DecodeRunList(attr, m_Volume->GetVolumeGeometry().BytesPerCluster, extents);
         const uint64_t validLength = attr.ValidDataLength();
-        if (m_State == None) {
-            m_State = NonResident;
-            m_Instance = attr.Instance();
-        }
+        m_State = NonResident;
         if (m_ValidDataLength == 0) m_ValidDataLength = validLength;
         m_Extents.swap(extents);
+        m_NextVcn = nextVcn;
         return;
     }
     if (m_State != None)
@@ -50,7 +53,6 @@ void CAttributeContent::ParseAttribute(const CAttrHeader& attr) {
     m_Resident.Allocate(length);
     if (length) std::memcpy(m_Resident.Get(), value, length);
     m_State = Resident;
-    m_Instance = attr.Instance();
 }
 
 uint64_t CAttributeContent::GetSize() const {

@@ -4,16 +4,18 @@
 // meets (across the base record and its extension records).
 //
 // States: None (nothing added), Resident (exactly one resident header; its
-// value is copied), NonResident (headers of one instance; their runs are
-// concatenated in the order the headers came and read on demand through the
-// volume's cache). None -> Resident or NonResident, never back.
+// value is copied), NonResident (the extents of one attribute; their runs
+// are concatenated in VCN order and read on demand through the volume's
+// cache). None -> Resident or NonResident, never back.
 //
 // Errors (CExc 0x80004005, %1 the operation's full name):
 //   ParseAttribute: "%1 fail. Attribute have already had content. FRN=0x%2,
 //     AttrName[%3]" (resident after anything), "... had resident content ..."
-//     (non-resident after resident), "%1 fail. Already added attribute and new
-//     attribute has different instances. m_Instance=0x%2, pAttr->Instance[%3]";
-//     the object is unchanged after a refusal. A header whose value or runs
+//     (non-resident after resident), "%1 fail. An extent of attribute [%2] in
+//     file record FRN=0x%3 starts at VCN 0x%4, but the extents before it end
+//     at VCN 0x%5." (extents must arrive in VCN order, the first at VCN 0,
+//     each where the last ended; instance numbers are not compared: NTFS
+//     numbers them per record); the object is unchanged after a refusal. A header whose value or runs
 //     do not fit fails as corrupt (ntfs_format.h).
 //   Read: "%1 fail. Attribute isn`t initialized." (state None), "%1 fail.
 //     Invalid offset 0x%2. Resident data length=0x%3." / "... ValidDataLength=
@@ -65,7 +67,7 @@ private:
     CNtfsVolume* m_Volume;
     uint64_t m_Frn;
     std::u16string m_Name;
-    uint16_t m_Instance = 0;
+    uint64_t m_NextVcn = 0;  // behind the extents so far
     TAttributeState m_State = None;
     CBuf<uint8_t> m_Resident;
     TBlockVector m_Extents;

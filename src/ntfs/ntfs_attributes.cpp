@@ -1,6 +1,7 @@
 #include "ntfs/ntfs_attributes.h"
 
 #include <cstring>
+#include <optional>
 
 #include "base/format.h"
 #include "diag/log.h"
@@ -107,21 +108,45 @@ bool CNtfsAttributes::_IsAttributeName(const CAttrHeader& attr, std::u16string_v
 void CNtfsAttributes::ForEachAttributeOfFile(const uint8_t* record, uint64_t frn,
                                              const std::function<void(const CAttrHeader&)>& fn) {
     const uint32_t size = m_Volume->GetVolumeGeometry().FileRecordSize;
-    std::vector<uint64_t> extensions;
+    std::optional<CAttrHeader> list;
     ForEachAttribute(record, size, frn, kNoLimit, [&](const CAttrHeader& attr) {
-        if (attr.Type() == kAttrAttributeList) m_Volume->_ProcessAttributeList(frn, attr, extensions);
-        else fn(attr);
-        return true;
+        if (attr.Type() == kAttrAttributeList) list = attr;
+        return !list;
     });
-    if (extensions.empty()) return;
-    CBuf<uint8_t> extension(size);
-    for (uint64_t number : extensions) {
-        m_Volume->GetFileRecord(number, extension.Get(), 1);
-        ForEachAttribute(extension.Get(), size, number, kNoLimit, [&](const CAttrHeader& attr) {
+    if (!list) {
+        ForEachAttribute(record, size, frn, kNoLimit, [&](const CAttrHeader& attr) {
             fn(attr);
             return true;
         });
+        return;
     }
+    // The list names every attribute of the file by record and instance
+    // (numbered per record: extents of one attribute in several records
+    // carry unrelated numbers), ordered by type, name and first VCN, so
+    // that the extents of an attribute come in the order of their VCNs.
+    CBuf<uint8_t> extension(size);
+    uint64_t loaded = frn;
+    m_Volume->ForEachAttributeListEntry(frn, *list, [&](const CNtfsVolume::TAttributeListEntry& entry) {
+        if (entry.Type == kAttrAttributeList) return;
+        if (entry.Record != frn && entry.Record != loaded) {
+            m_Volume->GetFileRecord(entry.Record, extension.Get(), 1);
+            loaded = entry.Record;
+        }
+        const uint8_t* holder = entry.Record == frn ? record : extension.Get();
+        bool found = false;
+        ForEachAttribute(holder, size, entry.Record, kNoLimit, [&](const CAttrHeader& attr) {
+            if (attr.Type() != entry.Type || attr.Instance() != entry.Instance) return true;
+            found = true;
+            fn(attr);
+            return false;
+        });
+        if (!found)
+            ThrowCorrupt(frn,
+                         FormatMessageArgs(u"attribute list entry at offset %1 names attribute type %2 instance %3 "
+                                           u"of file record FRN=0x%4, which holds no such attribute",
+                                           {HexOff(entry.Offset), HexOff(entry.Type), util::ToStrU32(entry.Instance),
+                                            util::Hex16(entry.Record)}));
+    });
 }
 
 void CNtfsAttributes::ReadAttributeContent(const uint8_t* record, uint64_t frn, uint32_t type,

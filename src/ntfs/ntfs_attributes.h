@@ -68,10 +68,13 @@ public:
     void ReadAttributeContent(const uint8_t* record, uint64_t frn, uint32_t type, std::u16string_view name,
                               CAttributeContent& content);
 
-    // Calls fn for every attribute header of the file: those of the base
-    // record (except its $ATTRIBUTE_LIST) and those of each extension record
-    // the list names, fetched with GetFileRecord (mustExist set). A list in
-    // an extension record is not followed.
+    // Calls fn for every attribute header of the file. Without an
+    // $ATTRIBUTE_LIST: those of the base record. With one: each attribute its
+    // entries name, found by (record, instance) in the base record or in an
+    // extension record fetched with GetFileRecord (mustExist set), in the
+    // list's order (type, name, lowest VCN); the list itself is not passed.
+    // An entry whose record holds no attribute of its type and instance
+    // fails as corrupt. A list in an extension record is not followed.
     void ForEachAttributeOfFile(const uint8_t* record, uint64_t frn,
                                 const std::function<void(const CAttrHeader&)>& fn);
 

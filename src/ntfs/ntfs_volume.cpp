@@ -245,7 +245,7 @@ int CNtfsVolume::GetFileRecordWithoutExistTest(uint64_t fileRef, uint8_t* buffer
     return 1;
 }
 
-uint64_t CNtfsVolume::GetFileRecord(uint64_t fileRef, uint8_t* buffer, int mustExist) {
+uint64_t CNtfsVolume::GetFileRecord(uint64_t fileRef, uint8_t* buffer, int mustExist, uint64_t* unreadable) {
     // Bits past the end of the buffer, or past the bitmap's real size plus
     // the one byte the comparison lets through, read as clear.
     const uint64_t bitBytes = m_cbBitMapActual < m_Bitmap.Count() ? m_cbBitMapActual + 1 : m_Bitmap.Count();
@@ -282,6 +282,7 @@ uint64_t CNtfsVolume::GetFileRecord(uint64_t fileRef, uint8_t* buffer, int mustE
     if (mustExist)
         throw CExc(u"%1 fail. FileRecord not found by FileReference. FileReferenceNumber=0x%2", kFnGetRecord,
                    util::Hex16(fileRef));
+    if (unreadable) *unreadable = fileRef;
     return ~uint64_t{0};
 }
 
@@ -314,6 +315,14 @@ uint64_t CNtfsVolume::ReadNonResidentAttribute(const CAttrHeader& attr, CBuf<uin
 
 void CNtfsVolume::_ProcessAttributeList(uint64_t baseFileRef, const CAttrHeader& attr,
                                         std::vector<uint64_t>& records) {
+    ForEachAttributeListEntry(baseFileRef, attr, [&](const TAttributeListEntry& entry) {
+        if (entry.Record != baseFileRef && std::find(records.begin(), records.end(), entry.Record) == records.end())
+            records.push_back(entry.Record);
+    });
+}
+
+void CNtfsVolume::ForEachAttributeListEntry(uint64_t baseFileRef, const CAttrHeader& attr,
+                                            const std::function<void(const TAttributeListEntry&)>& fn) {
     CBuf<uint8_t> local;
     const uint8_t* value;
     uint64_t length;
@@ -333,9 +342,16 @@ void CNtfsVolume::_ProcessAttributeList(uint64_t baseFileRef, const CAttrHeader&
         if (entryLength < kAlEntryMinSize)
             ThrowCorrupt(baseFileRef, u"attribute list entry at offset %1 has length %2", HexOff(offset),
                          HexOff(entryLength));
-        const uint64_t frn = Le64(value + offset + kAlReference) & kFrnMask;
-        if (frn != baseFileRef && std::find(records.begin(), records.end(), frn) == records.end())
-            records.push_back(frn);
+        TAttributeListEntry entry;
+        entry.Type = Le32(value + offset + kAlType);
+        entry.LowestVcn = Le64(value + offset + kAlLowestVcn);
+        entry.Record = Le64(value + offset + kAlReference) & kFrnMask;
+        // The instance lies beyond the shortest entry that the walk accepts:
+        // an entry too short for it names instance 0.
+        if (entryLength >= kAlInstance + 2 && length - offset >= kAlInstance + 2)
+            entry.Instance = Le16(value + offset + kAlInstance);
+        entry.Offset = offset;
+        fn(entry);
         offset += entryLength;
     }
 }

@@ -19,6 +19,7 @@
 // cache. A failed InitMftInfo leaves the object unusable.
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -77,8 +78,9 @@ public:
     //   found by FileReference. FileReferenceNumber=0x%2" when unreadable).
     // mustExist == 0: the first record in use at or after `fileRef`; the
     //   record count (buffer untouched) when there is none; all-ones when the
-    //   record in use could not be read (the caller goes on with the next).
-    uint64_t GetFileRecord(uint64_t fileRef, uint8_t* buffer, int mustExist);
+    //   record in use could not be read, its number then in `*unreadable`
+    //   (when given), so that the caller goes on after it.
+    uint64_t GetFileRecord(uint64_t fileRef, uint8_t* buffer, int mustExist, uint64_t* unreadable = nullptr);
 
     // True when the $MFT bitmap marks record `fileRef` in use; records past
     // the bitmap are not.
@@ -101,6 +103,21 @@ public:
     // numbers other than baseFileRef that an $ATTRIBUTE_LIST names.
     void _ProcessAttributeList(uint64_t baseFileRef, const CAttrHeader& attr,
                                std::vector<uint64_t>& records);
+
+    // One entry of an $ATTRIBUTE_LIST: which attribute, from which VCN, is
+    // held by which record under which instance number.
+    struct TAttributeListEntry {
+        uint32_t Type = 0;
+        uint64_t LowestVcn = 0;
+        uint64_t Record = 0;  // without the sequence number
+        uint16_t Instance = 0;
+        uint64_t Offset = 0;  // of the entry in the list, for messages
+    };
+    // Calls fn for each entry of the list (resident or not) in list order:
+    // by type, name and lowest VCN, as NTFS keeps it. Fails as corrupt when
+    // an entry passes the list's end or is shorter than an entry can be.
+    void ForEachAttributeListEntry(uint64_t baseFileRef, const CAttrHeader& attr,
+                                   const std::function<void(const TAttributeListEntry&)>& fn);
 
     // The volume's byte reader.
     CFileWriteCollectorReadCache& GetCache() { return m_Cache; }

@@ -27,6 +27,15 @@ namespace platform {
 inline constexpr int32_t kXmlOk = 0;
 inline constexpr int32_t kXmlFalse = 1;  // S_FALSE: the document did not load
 
+// Which call failed while the children of a node were listed (on Windows the
+// document object's child collection, its length, one of its items).
+enum class TXmlListStep { None, Collection, Length, Count, Item };
+struct TXmlListFailure {
+    TXmlListStep Step = TXmlListStep::None;
+    int32_t Hr = kXmlOk;  // a failure code (never kXmlOk or kXmlFalse when Step is set)
+    long Index = 0;       // Item: the index asked for
+};
+
 class CXmlNode {
 public:
     CXmlNode() = default;
@@ -36,7 +45,11 @@ public:
     bool IsElement() const;
     std::u16string GetName() const;
     std::u16string GetText() const;
-    std::vector<CXmlNode> GetChildren() const;
+    // The children. When a call that lists them fails, the listing stops:
+    // the children before the failure are returned and, when `failure` is
+    // given, it says which call failed (Step None when none did). POSIX
+    // never fails here; Count is a length below zero.
+    std::vector<CXmlNode> GetChildren(TXmlListFailure* failure = nullptr) const;
     // The first child element of the name (exact); a null node when none.
     CXmlNode FindChild(std::u16string_view name) const;
 

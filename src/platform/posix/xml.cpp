@@ -70,7 +70,8 @@ std::u16string CXmlNode::GetText() const {
     return Trimmed(std::move(text));
 }
 
-std::vector<CXmlNode> CXmlNode::GetChildren() const {
+std::vector<CXmlNode> CXmlNode::GetChildren(TXmlListFailure* failure) const {
+    if (failure) *failure = {};
     std::vector<CXmlNode> children;
     if (!m_Node) return children;
     for (const xmlNode* child = AsNode(m_Node)->children; child; child = child->next) {

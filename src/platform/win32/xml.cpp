@@ -105,18 +105,39 @@ std::u16string CXmlNode::GetText() const {
     return text.Text();
 }
 
-std::vector<CXmlNode> CXmlNode::GetChildren() const {
+std::vector<CXmlNode> CXmlNode::GetChildren(TXmlListFailure* failure) const {
+    TXmlListFailure local;
+    TXmlListFailure& failed = failure ? *failure : local;
+    failed = {};
+    // A call that answers success without a result counts as failed.
+    auto fail = [&](TXmlListStep step, HRESULT hr, long index = 0) {
+        failed = {step, FAILED(hr) ? static_cast<int32_t>(hr) : static_cast<int32_t>(E_FAIL), index};
+    };
     std::vector<CXmlNode> children;
     if (!m_Node) return children;
     const TNodeRef* self = NodeOf(m_Node);
     IXMLDOMNodeList* list = nullptr;
-    if (FAILED(self->node->get_childNodes(&list)) || !list) return children;
+    HRESULT hr = self->node->get_childNodes(&list);
+    if (FAILED(hr) || !list) {
+        fail(TXmlListStep::Collection, hr);
+        return children;
+    }
     long count = 0;
-    if (SUCCEEDED(list->get_length(&count))) {
+    hr = list->get_length(&count);
+    if (FAILED(hr)) {
+        fail(TXmlListStep::Length, hr);
+    } else if (count < 0) {
+        fail(TXmlListStep::Count, E_UNEXPECTED);
+    } else {
         for (long i = 0; i < count; ++i) {
             IXMLDOMNode* child = nullptr;
-            if (list->get_item(i, &child) == S_OK && child)
-                children.emplace_back(Track(*self->store, child));
+            hr = list->get_item(i, &child);
+            if (hr != S_OK || !child) {
+                SafeRelease(child);
+                fail(TXmlListStep::Item, hr, i);
+                break;
+            }
+            children.emplace_back(Track(*self->store, child));
         }
     }
     list->Release();
