@@ -11,7 +11,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${NGI_BUILD_DIR:-build}
 indexer=$build/src/app/NorvaGuestIndexer
-tool=$build/tools/catalogue/ngi-catalogue
+tool=$build/catalogue/ngi-catalogue
 if [ ! -x "$indexer" ] || [ ! -x "$tool" ]; then
   echo "test-catalogue: skipped ($indexer or $tool not built)"
   exit 0

@@ -1,0 +1,38 @@
+// OpenDatabase and DefaultDatabase: which implementation a --db value names.
+
+#include <cstdlib>
+#include <filesystem>
+
+#include "catalogue/db/connection.h"
+#include "catalogue/db/postgres/pg_connection.h"
+#include "catalogue/db/schema.h"
+#include "catalogue/db/sqlite/sqlite_connection.h"
+
+namespace catalogue {
+
+std::unique_ptr<IConnection> OpenDatabase(const std::string& spec) {
+    std::unique_ptr<IConnection> db;
+    if (spec.rfind("postgresql://", 0) == 0 || spec.rfind("postgres://", 0) == 0)
+        db = std::make_unique<CPgConnection>(spec);
+    else
+        db = std::make_unique<CSqliteConnection>(spec);
+    EnsureSchema(*db);
+    return db;
+}
+
+std::string DefaultDatabase() {
+    if (const char* set = std::getenv("NGI_CATALOGUE_DB"); set && *set) return set;
+    std::filesystem::path dir;
+    if (const char* data = std::getenv("XDG_DATA_HOME"); data && *data)
+        dir = data;
+    else if (const char* home = std::getenv("HOME"); home && *home)
+        dir = std::filesystem::path(home) / ".local" / "share";
+    else
+        return "catalogue.sqlite";
+    dir /= "ngi-catalogue";
+    std::error_code ec;
+    std::filesystem::create_directories(dir, ec);
+    return (dir / "catalogue.sqlite").string();
+}
+
+}  // namespace catalogue
