@@ -89,6 +89,14 @@ std::unique_ptr<IStatement> CSqliteConnection::Prepare(const std::string& sql) {
     return std::make_unique<CSqliteStatement>(*this, sql);
 }
 
+void CSqliteConnection::Commit() {
+    // A statement that gave a row and was kept for later still reads:
+    // finished here, as PostgreSQL's results are finished when they come.
+    for (sqlite3_stmt* s = sqlite3_next_stmt(m_Db, nullptr); s; s = sqlite3_next_stmt(m_Db, s))
+        if (sqlite3_stmt_busy(s)) sqlite3_reset(s);
+    Exec("COMMIT");
+}
+
 void CSqliteConnection::Rollback() {
     if (!sqlite3_get_autocommit(m_Db)) sqlite3_exec(m_Db, "ROLLBACK", nullptr, nullptr, nullptr);
 }

@@ -20,7 +20,7 @@ public:
     void Exec(const std::string& sql) override;
     std::unique_ptr<IStatement> Prepare(const std::string& sql) override;
     void Begin() override { Exec("BEGIN IMMEDIATE"); }
-    void Commit() override { Exec("COMMIT"); }
+    void Commit() override;
     void Rollback() override;
     uint64_t SizeBytes() override;
 
