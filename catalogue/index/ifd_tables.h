@@ -6,9 +6,9 @@
 // with a few small reads; rows are read later through CTableStream, so the
 // file is never held in memory.
 //
-// Errors: the damaged-file texts of the store readers (they name the file,
-// the table and the byte offset), or "Cannot open file [%1] for read." with
-// the system's error. One thread at a time.
+// Errors: CheckIsIndexFile's for a file that can't be opened or is no index
+// file; then the damaged-file texts of the store readers (they name the
+// file, the table and the byte offset). One thread at a time.
 
 #include <cstdint>
 #include <optional>
@@ -64,6 +64,11 @@ private:
     TRows m_Files, m_Dirs, m_Owners;
     std::optional<TRows> m_Reparses, m_Index;
 };
+
+// Opens the file and reads its first bytes: its size. Throws CExc with the
+// system's message ("cannot open X: No such file or directory"), or "X is
+// not an index file: it starts with ..." naming what was found.
+uint64_t CheckIsIndexFile(std::u16string_view fileName);
 
 // Field numbers of the rows, in table order.
 enum EFileField : uint32_t { kFileName = 0, kFileParent = 1, kFileOwner = 2, kFileTime = 3, kFileSize = 4 };
