@@ -28,7 +28,7 @@ int RunIngest(const TArgs& args, TContext& ctx) {
     run.taken = taken ? *taken : folder.summaryTime;
     run.source = folder.dir;
     for (const auto& volume : folder.volumes)
-        run.volumes.push_back({volume.mountPoint.empty() ? volume.dataFile : volume.mountPoint, folder.IndexFile(volume)});
+        run.volumes.push_back({VolumeName(volume), folder.IndexFile(volume)});
 
     const auto db = OpenDb(args);
     const auto start = std::chrono::steady_clock::now();

@@ -63,3 +63,28 @@ TEST(CatalogueProgram, ExitCodesAndStreams) {
 }
 
 }  // namespace
+
+namespace {
+
+// Output that cannot be written is an error with the system's message; a
+// closed pipe ends the program quietly, as it ends ls and find.
+TEST(CatalogueProgram, FullDiskIsAnErrorAndAClosedPipeIsQuiet) {
+    ngitest::CTempDir dir;
+    CIndexBuilder b(dir, u"volume.C_.ifd");
+    for (int i = 0; i < 20000; ++i) b.File(u"Data\\file-" + util::Utf8ToUtf16(std::to_string(i)) + u".txt", 5, Ft(1700000000));
+    const std::string file = b.Close();
+    const std::string err = (dir.Native() / "err").string(), code = (dir.Native() / "code").string();
+    const std::string exportLine = Tool("export \"" + file + "\" --format csv");
+
+    const int full = std::system((exportLine + " >/dev/full 2>\"" + err + "\"").c_str());
+    EXPECT_NE(full, 0);
+    EXPECT_NE(dir.ReadFile("err").find("ngi-catalogue: cannot write standard output: No space left on device"),
+              std::string::npos)
+        << dir.ReadFile("err");
+
+    std::system(("(" + exportLine + " 2>\"" + err + "\"; echo $? >\"" + code + "\") | head -1 >/dev/null").c_str());
+    EXPECT_EQ(dir.ReadFile("err"), "");
+    EXPECT_EQ(dir.ReadFile("code"), "141\n");  // ended by SIGPIPE, as ls is
+}
+
+}  // namespace

@@ -49,6 +49,15 @@ std::string Found(metafile::CMtfNodesTab& nodes) {
 
 std::u16string TRunFolder::IndexFile(const TRunVolume& volume) const { return Join(dir, volume.dataFile); }
 
+std::u16string VolumeName(const TRunVolume& volume) {
+    std::u16string name = volume.mountPoint;
+    while (name.size() > 1 && (name.back() == u'\\' || name.back() == u'/')) name.pop_back();
+    if (name.size() == 2 && name[1] == u':') name.pop_back();
+    if (name.size() == 1 && ((name[0] >= u'a' && name[0] <= u'z') || (name[0] >= u'A' && name[0] <= u'Z')))
+        return std::u16string(1, static_cast<char16_t>(name[0] & ~0x20)) + u":";
+    return name.empty() ? volume.dataFile : name;
+}
+
 uint64_t FileTime(const std::u16string& file) {
     const std::string native = util::Utf16ToUtf8(file);
     struct stat st {};

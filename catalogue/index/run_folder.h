@@ -32,6 +32,11 @@ struct TRunFolder {
 
 TRunFolder ReadRunFolder(const std::u16string& dir);
 
+// The name the catalogue gives a volume: a drive letter as "C:" (summary.txt
+// writes "c", "C:" or "C:\"), another mount point without its last "\", a
+// volume without one by its data file.
+std::u16string VolumeName(const TRunVolume& volume);
+
 // A folder reused from one run to the next may hold a mix of two runs: a
 // failed run writes no summary.txt but still replaces the indexes of the
 // volumes that succeeded. Throws CExc naming the first file that shows it:
