@@ -23,9 +23,11 @@ points=${2:-30}
 build=${NGI_BUILD_DIR:-build}
 work=${NGI_BENCH_DIR:-/tmp/ngi-bench-catdb}
 cmake --build "$build" -j"${NGI_JOBS:-2}" --target ngi-catalogue catalogue_bench_index >/dev/null
-tool=$build/catalogue/ngi-catalogue
-maker=$build/catalogue/catalogue_bench_index
-mkdir -p "$work"
+mkdir -p "$work/bin"
+# Copies: a build during the run does not change the program measured.
+cp "$build/catalogue/ngi-catalogue" "$build/catalogue/catalogue_bench_index" "$work/bin/"
+tool=$work/bin/ngi-catalogue
+maker=$work/bin/catalogue_bench_index
 
 ms() { echo $(( ($(date +%s%N) - $1) / 1000000 )); }
 # best of five wall-clock milliseconds of a command, after one warm-up run
