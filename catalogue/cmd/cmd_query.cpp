@@ -26,21 +26,21 @@ int64_t PointArg(const TArgs& args, const char* name) {
     return id;
 }
 
-std::optional<uint64_t> TimeArg(const TArgs& args, const char* name) {
+// An optional value parsed by `parse`; a text it refuses is bad usage.
+std::optional<uint64_t> ParsedArg(const TArgs& args, const char* name,
+                                  std::optional<uint64_t> (*parse)(std::string_view), const char* what) {
     const std::string* text = args.Get(name);
     if (!text) return std::nullopt;
-    const auto time = ParseIsoTime(*text);
-    if (!time) throw CUsageError(std::string("--") + name + " '" + *text + "' is not a time (YYYY-MM-DD[Thh:mm[:ss]])");
-    return time;
+    const auto value = parse(*text);
+    if (!value) throw CUsageError(std::string("--") + name + " '" + *text + "' is not " + what);
+    return value;
 }
 
-std::optional<uint64_t> SizeArg(const TArgs& args, const char* name) {
-    const std::string* text = args.Get(name);
-    if (!text) return std::nullopt;
-    const auto size = ParseSize(*text);
-    if (!size) throw CUsageError(std::string("--") + name + " '" + *text + "' is not a size");
-    return size;
+std::optional<uint64_t> TimeArg(const TArgs& args, const char* name) {
+    return ParsedArg(args, name, ParseIsoTime, "a time (YYYY-MM-DD[Thh:mm[:ss]])");
 }
+
+std::optional<uint64_t> SizeArg(const TArgs& args, const char* name) { return ParsedArg(args, name, ParseSize, "a size"); }
 
 std::optional<std::u16string> TextArg(const TArgs& args, const char* name) {
     const std::string* text = args.Get(name);

@@ -46,29 +46,21 @@ private:
     fs::path m_Dir;
 };
 
-void First(CIndexBuilder& b) {
+// The first run, or (`later`) a day later: budget-2026 grew, Notes went, a
+// new file and folder came, the link points elsewhere, the rest is as it was.
+void Fill(CIndexBuilder& b, bool later) {
     const uint32_t alice = b.Owner(u"S-1-5-21-1-2-3-1001", u"alice", u"CORP");
-    b.File(u"Users\\alice\\Documents\\budget-2026.xlsx", 50000, kT1, alice);
-    b.File(u"Users\\alice\\Documents\\Notes.TXT", 12, kT1, alice);
+    b.File(u"Users\\alice\\Documents\\budget-2026.xlsx", later ? 51000 : 50000, later ? kT2 : kT1, alice);
+    if (!later) b.File(u"Users\\alice\\Documents\\Notes.TXT", 12, kT1, alice);
     b.File(u"Users\\alice\\Documents\\report.docx", 700, kT1, alice);
+    if (later) b.File(u"Users\\alice\\Documents\\summary-budget.pdf", 300, kT2, alice);
     b.File(u"Users\\bob\\budget-2025.xlsx", 40000, kT1);
     b.File(u"Windows\\notepad.exe", 1000, kT1);
-    b.Dir(u"Temp old");
-    b.Link(u"Documents and Settings", u"C:\\Users");
+    b.Dir(later ? u"Temp new" : u"Temp old");
+    b.Link(u"Documents and Settings", later ? u"D:\\Users" : u"C:\\Users");
 }
-
-// A day later: budget-2026 grew, Notes went, a new file and folder came, the
-// link points elsewhere, the rest is as it was.
-void Second(CIndexBuilder& b) {
-    const uint32_t alice = b.Owner(u"S-1-5-21-1-2-3-1001", u"alice", u"CORP");
-    b.File(u"Users\\alice\\Documents\\budget-2026.xlsx", 51000, kT2, alice);
-    b.File(u"Users\\alice\\Documents\\report.docx", 700, kT1, alice);
-    b.File(u"Users\\alice\\Documents\\summary-budget.pdf", 300, kT2, alice);
-    b.File(u"Users\\bob\\budget-2025.xlsx", 40000, kT1);
-    b.File(u"Windows\\notepad.exe", 1000, kT1);
-    b.Dir(u"Temp new");
-    b.Link(u"Documents and Settings", u"D:\\Users");
-}
+void First(CIndexBuilder& b) { Fill(b, false); }
+void Second(CIndexBuilder& b) { Fill(b, true); }
 
 // The catalogue of the two runs in one back end, asked through the tool.
 class CBackEnd {
