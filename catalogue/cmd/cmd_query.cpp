@@ -109,7 +109,6 @@ int RunLsAt(const TArgs& args, TContext& ctx) {
     }
     for (const auto& v : list) {
         const char* kind = KindName(v.kind);
-        const std::u16string name = v.path.substr(v.path.rfind(u'\\') + 1);
         ctx.out << kind << std::string(6 - std::string_view(kind).size(), ' ');
         if (v.kind == EKind::kFile) {
             const std::string size = std::to_string(v.size);
@@ -119,7 +118,6 @@ int RunLsAt(const TArgs& args, TContext& ctx) {
         ctx.out << "  " << v.volume << v.path << (v.kind == EKind::kDir ? "\\" : "");
         if (v.kind == EKind::kLink) ctx.out << " -> " << v.target;
         ctx.out << "\n";
-        (void)name;
     }
     return 0;
 }

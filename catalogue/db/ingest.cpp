@@ -33,8 +33,11 @@ struct TKey {
 };
 struct TKeyHash {
     size_t operator()(const TKey& k) const {
-        return std::hash<uint64_t>()((static_cast<uint64_t>(k.folder) * 0x9E3779B97F4A7C15ull) ^
-                                     (static_cast<uint64_t>(k.name) << 2) ^ static_cast<uint64_t>(k.kind));
+        uint64_t h = (static_cast<uint64_t>(k.folder) << 34) ^ (static_cast<uint64_t>(k.name) << 2) ^
+                     static_cast<uint64_t>(k.kind);
+        h ^= h >> 33;  // a multiply-shift mix: ids in runs spread over the buckets
+        h *= 0xFF51AFD7ED558CCDull;
+        return static_cast<size_t>(h ^ (h >> 33));
     }
 };
 
@@ -60,7 +63,7 @@ private:
     void _LoadHashes();
     int64_t _Machine(const std::u16string& name);
     int64_t _Volume(int64_t machine, const std::u16string& name);
-    void _IngestVolume(int64_t volume, CVolumeIndex& index, int64_t point);
+    void _IngestVolume(int64_t volume, CVolumeIndex& index);
     void _LoadPrevious(int64_t volume, int64_t prev);
     int64_t _Name(std::u16string_view name);
     void _FlushGrams();
@@ -146,7 +149,7 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
     auto addPointVolume = m_Db.Prepare("INSERT INTO point_volumes(volume, point, files) VALUES(?, ?, ?)");
     for (size_t i = 0; i < run.volumes.size(); ++i) {
         const int64_t volume = _Volume(machine, run.volumes[i].name);
-        _IngestVolume(volume, *indexes[i], m_Point);
+        _IngestVolume(volume, *indexes[i]);
         addPointVolume->Reset();
         addPointVolume->Bind(1, volume);
         addPointVolume->Bind(2, m_Point);
@@ -210,6 +213,14 @@ void CIngest::_LoadPrevious(int64_t volume, int64_t prev) {
     folders->Bind(1, volume);
     while (folders->Step()) m_Folders[TKey{folders->Int(1), folders->Int(2), EKind::kDir}] = folders->Int(0);
     if (!prev) return;
+    {
+        auto count = m_Db.Prepare("SELECT files FROM point_volumes WHERE volume = ? AND point = ?");
+        count->Bind(1, volume);
+        count->Bind(2, prev);
+        const auto files = count->Step() ? static_cast<size_t>(count->Int(0)) : 0;
+        m_State.reserve(files + m_Folders.size());
+        m_Names.reserve(m_Names.size() + files);
+    }
     auto state = m_Db.Prepare(
         "SELECT v.folder, v.name, v.kind, v.first, v.last, v.size, v.modified, v.owner, v.target, n.name "
         "FROM versions v JOIN names n ON n.id = v.name "
@@ -231,7 +242,7 @@ void CIngest::_LoadPrevious(int64_t volume, int64_t prev) {
     }
 }
 
-void CIngest::_IngestVolume(int64_t volume, CVolumeIndex& index, int64_t point) {
+void CIngest::_IngestVolume(int64_t volume, CVolumeIndex& index) {
     {
         auto prev = m_Db.Prepare("SELECT max(point) FROM point_volumes WHERE volume = ?");
         prev->Bind(1, volume);
@@ -273,7 +284,6 @@ void CIngest::_IngestVolume(int64_t volume, CVolumeIndex& index, int64_t point) 
             _Close(volume, key, v, m_Prev);
             ++m_Result.removed;
         }
-    (void)point;
 }
 
 void CIngest::_Visit(int64_t volume, const TKey& key, uint64_t size, uint64_t modified, int64_t owner,
