@@ -363,7 +363,9 @@ std::vector<TVersion> CCatalogue::Ls(std::u16string_view path, int64_t point,
             // entry of its parent there (the root always is).
             bool there = !entries.empty() || split.names.empty();
             if (!there) {
-                std::vector<TVersion> self = Versions(info.name + u"\\" + std::u16string(path), TSearchFilter{});
+                std::u16string selfPath = info.name;
+                for (const auto& name : split.names) selfPath += u"\\" + name;
+                std::vector<TVersion> self = Versions(selfPath, TSearchFilter{});
                 for (const auto& v : self)
                     there |= v.kind == EKind::kDir && std::count(v.points.begin(), v.points.end(), point) > 0;
             }

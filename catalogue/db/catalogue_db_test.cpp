@@ -132,6 +132,7 @@ TEST_F(CatalogueDb, EveryCommandGivesTheSameAnswerOnBothBackEnds) {
         {{"ls", "\\Users\\alice\\Documents", "--at", "1"}, 0, {"Notes.TXT", "budget-2026.xlsx"}},
         {{"ls", "--at", "2"}, 0, {"dir", "C:\\Temp new\\", "link", "-> D:\\Users"}},
         {{"ls", "\\Temp new", "--at", "1"}, 1, {"restore point 1 has no folder"}},
+        {{"ls", "c:\\temp OLD", "--at", "1"}, 0, {}},  // there, and empty
         {{"changes", "--from", "1", "--to", "2"}, 0,
          {"~ C:\\Documents and Settings  target C:\\Users -> D:\\Users", "- C:\\Temp old\\", "+ C:\\Temp new\\",
           "- C:\\Users\\alice\\Documents\\Notes.TXT", "~ C:\\Users\\alice\\Documents\\budget-2026.xlsx  size 50000 -> 51000",
