@@ -78,9 +78,9 @@ int WriteVersions(const std::vector<TVersion>& list, const TArgs& args, TContext
 
 }  // namespace
 
-std::unique_ptr<IConnection> OpenDb(const TArgs& args) {
+std::unique_ptr<IConnection> OpenDb(const TArgs& args, bool create) {
     const std::string* given = args.Get("db");
-    return OpenDatabase(given ? *given : DefaultDatabase());
+    return OpenDatabase(given ? *given : DefaultDatabase(), create);
 }
 
 int RunSearch(const TArgs& args, TContext& ctx) {

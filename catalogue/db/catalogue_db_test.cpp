@@ -253,6 +253,11 @@ TEST_F(CatalogueDb, RefusedIngestsChangeNothing) {
         EXPECT_NE(run.err.find(c.says), std::string::npos) << c.dir << ": " << run.err;
         EXPECT_EQ(RunTool({"points", "--json", "--db", db}).out, before);
     }
+    const TRun mistyped = RunTool({"search", "x", "--db", db + ".typo"});
+    EXPECT_EQ(mistyped.code, 1);
+    EXPECT_NE(mistyped.err.find("no catalogue at " + db + ".typo (ingest makes one)"), std::string::npos) << mistyped.err;
+    EXPECT_FALSE(fs::exists(db + ".typo"));
+
     const TRun summary = RunTool({"summary", empty.Dir()});
     EXPECT_EQ(summary.code, 1);
     EXPECT_NE(summary.err.find("holds no summary of a run"), std::string::npos) << summary.err;

@@ -3,6 +3,8 @@
 #include <cstdlib>
 #include <filesystem>
 
+#include "base/exc.h"
+#include "base/utf.h"
 #include "catalogue/db/connection.h"
 #include "catalogue/db/postgres/pg_connection.h"
 #include "catalogue/db/schema.h"
@@ -10,12 +12,16 @@
 
 namespace catalogue {
 
-std::unique_ptr<IConnection> OpenDatabase(const std::string& spec) {
+std::unique_ptr<IConnection> OpenDatabase(const std::string& spec, bool create) {
     std::unique_ptr<IConnection> db;
-    if (spec.rfind("postgresql://", 0) == 0 || spec.rfind("postgres://", 0) == 0)
+    if (spec.rfind("postgresql://", 0) == 0 || spec.rfind("postgres://", 0) == 0) {
         db = std::make_unique<CPgConnection>(spec);
-    else
+    } else {
+        std::error_code ec;
+        if (!create && !std::filesystem::exists(spec, ec))
+            throw CExc(util::Utf8ToUtf16("no catalogue at " + spec + " (ingest makes one)"));
         db = std::make_unique<CSqliteConnection>(spec);
+    }
     EnsureSchema(*db);
     return db;
 }
