@@ -8,7 +8,7 @@ std::unique_ptr<IStatement> CBatchInsert::_Prepare(size_t rows) {
     row += ")";
     std::string sql = m_Head;
     for (size_t i = 0; i < rows; ++i) sql += (i ? "," : " ") + row;
-    return m_Db.Prepare(sql);
+    return m_Db.Prepare(sql + m_Tail);
 }
 
 void CBatchInsert::Flush() {

@@ -21,9 +21,10 @@ class CBatchInsert {
 public:
     using TValue = std::variant<std::monostate, int64_t, std::string>;  // monostate: NULL
 
-    // `head`: "INSERT INTO t(a, b) VALUES"; `columns`: values a row.
-    CBatchInsert(IConnection& db, std::string head, int columns, size_t rowsPerBatch = 256)
-        : m_Db(db), m_Head(std::move(head)), m_Columns(columns), m_Batch(rowsPerBatch) {}
+    // `head`: "INSERT INTO t(a, b) VALUES"; `columns`: values a row;
+    // `tail`: what follows the rows (" ON CONFLICT DO NOTHING").
+    CBatchInsert(IConnection& db, std::string head, int columns, size_t rowsPerBatch = 256, std::string tail = {})
+        : m_Db(db), m_Head(std::move(head)), m_Tail(std::move(tail)), m_Columns(columns), m_Batch(rowsPerBatch) {}
 
     void Add(std::vector<TValue> row) {
         for (auto& value : row) m_Values.push_back(std::move(value));
@@ -35,7 +36,7 @@ private:
     std::unique_ptr<IStatement> _Prepare(size_t rows);
 
     IConnection& m_Db;
-    std::string m_Head;
+    std::string m_Head, m_Tail;
     int m_Columns;
     size_t m_Batch;
     std::vector<TValue> m_Values;

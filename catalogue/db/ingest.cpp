@@ -110,7 +110,7 @@ private:
     CBatchInsert m_NewVersions{m_Db,
                                "INSERT INTO versions(volume, folder, name, kind, first, last, size, modified, owner, "
                                "target) VALUES",
-                               10};
+                               10, 256, " ON CONFLICT DO NOTHING"};
     CBatchInsert m_NewNames{m_Db, m_Sql.insertName, m_Db.Dialect() == EDialect::kPostgres ? 4 : 3};
     CBatchInsert m_NewFolders{m_Db, "INSERT INTO folders(id, volume, parent, name) VALUES", 4};
     std::optional<CBatchInsert> m_NewGrams;  // SQLite's name index, 512 names a statement
@@ -160,6 +160,9 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
         while (owners->Step()) m_Owners[owners->Text(1) + '\0' + owners->Text(2)] = owners->Int(0);
     }
     uint64_t files = 0;
+    uint64_t entries = 0;
+    for (const auto& index : indexes) entries += index->Tables().GetFileCount() + index->GetDirCount();
+    m_Names.reserve(entries);
     auto addPointVolume = m_Db.Prepare("INSERT INTO point_volumes(volume, point, files) VALUES(?, ?, ?)");
     for (size_t i = 0; i < run.volumes.size(); ++i) {
         const int64_t volume = _Volume(machine, run.volumes[i].name);
@@ -312,13 +315,15 @@ void CIngest::_Visit(int64_t volume, const TKey& key, uint64_t size, uint64_t mo
     now.seen = true;
     const auto it = m_State.find(key);
     if (it == m_State.end()) {
+        // New. Not kept: the same entry twice in one index (two rows of
+        // one name in a folder) is the insert's conflict, and the first
+        // row stays.
         _Insert(volume, key, now);
-        m_State.emplace(key, std::move(now));
         ++m_Result.added;
         return;
     }
     TStanding& was = it->second;
-    if (was.seen) return;  // the same entry twice in one index: the first counts
+    if (was.seen) return;  // the same entry twice in one index: the first row counts
     was.seen = true;
     if (was.size == now.size && was.modified == now.modified && was.owner == now.owner && was.target == now.target) {
         // Unchanged: it stays open, or opens again where it was closed at

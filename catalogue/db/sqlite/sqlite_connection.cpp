@@ -68,7 +68,7 @@ CSqliteConnection::CSqliteConnection(const std::string& fileName) : m_Name(fileN
     sqlite3_busy_timeout(m_Db, 10000);
     // A catalogue is rebuilt from the indexes if lost: a crash may lose the
     // last transaction but never corrupt the file (journal, synchronous=NORMAL).
-    Exec("PRAGMA synchronous=NORMAL; PRAGMA cache_size=-65536; PRAGMA temp_store=MEMORY");
+    Exec("PRAGMA synchronous=NORMAL; PRAGMA cache_size=-262144; PRAGMA temp_store=MEMORY");
 }
 
 CSqliteConnection::~CSqliteConnection() { sqlite3_close_v2(m_Db); }
