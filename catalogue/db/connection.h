@@ -67,12 +67,12 @@ private:
     bool m_Done = false;
 };
 
-// Opens --db SPEC: "postgresql://..." or "postgres://..." (a libpq URI)
+// Opens --db LOCATION: "postgresql://..." or "postgres://..." (a libpq URI)
 // connects to PostgreSQL; anything else is a SQLite file, made when missing
 // if `create` (an ingest), else refused: "no catalogue at X (ingest makes
 // one)", so that a mistyped name is not an empty catalogue. The schema is
 // created or migrated (schema.h).
-std::unique_ptr<IConnection> OpenDatabase(const std::string& spec, bool create = true);
+std::unique_ptr<IConnection> OpenDatabase(const std::string& location, bool create = true);
 // The SQLite file used without --db: $NGI_CATALOGUE_DB when set, else
 // $XDG_DATA_HOME/ngi-catalogue/catalogue.sqlite, else
 // ~/.local/share/ngi-catalogue/catalogue.sqlite (its folder made).

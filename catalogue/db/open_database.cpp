@@ -12,15 +12,15 @@
 
 namespace catalogue {
 
-std::unique_ptr<IConnection> OpenDatabase(const std::string& spec, bool create) {
+std::unique_ptr<IConnection> OpenDatabase(const std::string& location, bool create) {
     std::unique_ptr<IConnection> db;
-    if (spec.rfind("postgresql://", 0) == 0 || spec.rfind("postgres://", 0) == 0) {
-        db = std::make_unique<CPgConnection>(spec);
+    if (location.rfind("postgresql://", 0) == 0 || location.rfind("postgres://", 0) == 0) {
+        db = std::make_unique<CPgConnection>(location);
     } else {
         std::error_code ec;
-        if (!create && !std::filesystem::exists(spec, ec))
-            throw CExc(util::Utf8ToUtf16("no catalogue at " + spec + " (ingest makes one)"));
-        db = std::make_unique<CSqliteConnection>(spec);
+        if (!create && !std::filesystem::exists(location, ec))
+            throw CExc(util::Utf8ToUtf16("no catalogue at " + location + " (ingest makes one)"));
+        db = std::make_unique<CSqliteConnection>(location);
     }
     EnsureSchema(*db);
     return db;
