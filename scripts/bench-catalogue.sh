@@ -21,7 +21,7 @@ dirs=${2:-100000}
 build=${NGI_BENCH_BUILD:-build-bench-cat}
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=Release -DNGI_BUILD_TESTS=OFF >/dev/null
 cmake --build "$build" -j2 --target ngi-catalogue catalogue_make_index >/dev/null
-tool=$build/tools/catalogue/ngi-catalogue
+tool=$build/catalogue/ngi-catalogue
 out=$(mktemp -d "${TMPDIR:-/tmp}/ngi-bench-cat-XXXXXX")
 trap 'rm -rf "$out"' EXIT
 
@@ -57,7 +57,7 @@ peak_kib() {
 measure() {  # label file-count
   local label=$1 count=$2 dir="$out/$1"
   mkdir -p "$dir"
-  "$build/tools/catalogue/catalogue_make_index" "$dir" "$count" "$dirs"
+  "$build/catalogue/catalogue_make_index" "$dir" "$count" "$dirs"
   local ifd="$dir/volume.B_.ifd"
   local size
   size=$(stat -c %s "$ifd")

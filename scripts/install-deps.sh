@@ -12,6 +12,9 @@ packages=(
   python3 gzip               # NTFS fixture script and fuzz seeds
   sleuthkit libfsntfs-utils  # independent NTFS readers, test oracles
   gdb                        # reading crash dumps in tests
+  libsqlite3-dev libpq-dev   # the catalogue's databases: SQLite embedded, PostgreSQL's client
+  postgresql postgresql-contrib  # a real server for the catalogue's tests (pg_trgm)
+  sqlite3                    # the catalogue benchmark's baseline (.import and LIKE)
 )
 
 # The Windows cross build and its tests under Wine, installed on their own

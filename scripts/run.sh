@@ -10,12 +10,15 @@
 #               which the fast NTFS pipeline reads raw
 #   registry.reg  the volume table that maps C:, D:, E: to those folders
 # and runs: NorvaGuestIndexer -opt yes -log <work>/logs <work>/out
+# then records the run in a catalogue (<work>/catalogue.sqlite), changes a
+# few files of C:, runs the indexer again as the next backup would, records
+# that run too, and asks the catalogue: search, versions, changes.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 bash scripts/install-deps.sh
 build=${NGI_BUILD_DIR:-build}  # another build folder, and fewer jobs, on a shared machine
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build "$build" -j"${NGI_JOBS:-$(nproc)}" --target NorvaGuestIndexer NorvaIndexDump
+cmake --build "$build" -j"${NGI_JOBS:-$(nproc)}" --target NorvaGuestIndexer NorvaIndexDump ngi-catalogue
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/ngi-run.XXXXXX")
 instance=$work/instance
@@ -112,5 +115,47 @@ for log in "$work"/logs/*.log; do
   echo "=== the log, $log (UTF-16 on disk)"
   iconv -f UTF-16 -t UTF-8 "$log" | tr -d '\r'
 done
+
+# The catalogue: every backup's run recorded as a restore point of the
+# machine, then asked across them.
+cat=("$build/catalogue/ngi-catalogue")
+db=$work/catalogue.sqlite
+run_indexer() {
+  NGI_REGISTRY_FILE="$work/registry.reg" NGI_LOCK_DIR="$work" \
+    "$instance/NorvaGuestIndexer" -opt yes -log "$work/logs" "$work/out" >/dev/null
+}
+if [ "$code" -eq 0 ]; then
+  echo "=== ngi-catalogue ingest $work/out --machine guest-01 --db $db"
+  "${cat[@]}" ingest "$work/out" --machine guest-01 --db "$db"
+
+  # The next backup: a document grows, one is deleted, one is new. The
+  # shadow copy is what the indexer reads for C:, so it changes with C:.
+  for root in "$work/c" "$work/shadow-c"; do
+    printf 'second quarter\n' >> "$root/Users/alice/Documents/report.txt"
+    rm -f "$root/Users/bob/Music/song.txt"
+    printf 'budget figures\n' > "$root/Users/alice/Documents/budget-2026.xlsx"
+  done
+  sleep 1  # a restore point is known by its time: the second run is a second later
+  echo
+  echo "=== the indexer again, then ngi-catalogue ingest $work/out --machine guest-01 --db $db"
+  run_indexer
+  "${cat[@]}" ingest "$work/out" --machine guest-01 --db "$db"
+  echo
+  echo "=== ngi-catalogue points --db $db"
+  "${cat[@]}" points --db "$db"
+  echo
+  echo "=== ngi-catalogue search report --db $db"
+  "${cat[@]}" search report --db "$db" || true
+  echo
+  echo "=== ngi-catalogue versions 'C:\Users\alice\Documents\report.txt' --db $db"
+  "${cat[@]}" versions 'C:\Users\alice\Documents\report.txt' --db "$db" || true
+  echo
+  echo "=== ngi-catalogue changes --from 1 --to 2 --db $db"
+  "${cat[@]}" changes --from 1 --to 2 --db "$db"
+  echo
+  echo "=== ngi-catalogue search '*.txt' --machine guest-01 --json --db $db | head -2"
+  "${cat[@]}" search '*.txt' --machine guest-01 --json --db "$db" | head -2
+  echo
+fi
 echo "Everything is in $work; remove it when done."
 exit "$code"

@@ -13,7 +13,7 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${NGI_BUILD_DIR:-build}
 asan=${NGI_ASAN_BUILD_DIR:-build-asan}
-if [ ! -x "$build/src/app/NorvaGuestIndexer" ] || [ ! -x "$build/tools/catalogue/ngi-catalogue" ]; then
+if [ ! -x "$build/src/app/NorvaGuestIndexer" ] || [ ! -x "$build/catalogue/ngi-catalogue" ]; then
   cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
   cmake --build "$build" -j"${NGI_JOBS:-$(nproc)}" --target NorvaGuestIndexer ngi-catalogue >/dev/null
 fi
@@ -23,7 +23,7 @@ trap 'rc=$?; if (( rc == 0 )); then rm -rf "$work"; else echo "test-damaged: ima
 echo "--- plain build"
 mkdir -p "$work/plain"
 python3 scripts/damage-volumes.py --program "$build/src/app/NorvaGuestIndexer" \
-  --catalogue "$build/tools/catalogue/ngi-catalogue" --runs "${NGI_DAMAGED_RUNS:-300}" \
+  --catalogue "$build/catalogue/ngi-catalogue" --runs "${NGI_DAMAGED_RUNS:-300}" \
   --work "$work/plain" fixtures/ntfs/*.img.gz
 if [ -x "$asan/src/app/NorvaGuestIndexer" ]; then
   echo "--- sanitizer build"
@@ -31,7 +31,7 @@ if [ -x "$asan/src/app/NorvaGuestIndexer" ]; then
   export ASAN_OPTIONS=${ASAN_OPTIONS:-detect_leaks=1:abort_on_error=1}
   export UBSAN_OPTIONS=${UBSAN_OPTIONS:-print_stacktrace=1:halt_on_error=1}
   python3 scripts/damage-volumes.py --program "$asan/src/app/NorvaGuestIndexer" \
-    --catalogue "$build/tools/catalogue/ngi-catalogue" --runs "${NGI_DAMAGED_ASAN_RUNS:-50}" \
+    --catalogue "$build/catalogue/ngi-catalogue" --runs "${NGI_DAMAGED_ASAN_RUNS:-50}" \
     --seed 7 --work "$work/asan" fixtures/ntfs/*.img.gz
 fi
 echo "test-damaged: passed"

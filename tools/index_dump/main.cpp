@@ -3,8 +3,10 @@
 // reparse points that lead elsewhere. Exit code 0, or 1 with the reason on
 // standard error for a file that can't be read or is damaged.
 
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <map>
 #include <string>
@@ -69,6 +71,14 @@ int main(int argc, char** argv) {
                             static_cast<unsigned long long>(f.size), TimeText(f.time).c_str());
             for (const auto& [name, substitute] : reparses[id])
                 std::printf("    %-40s -> %s\n", U8(name).c_str(), U8(substitute).c_str());
+        }
+        // Output that cannot be written (a full disk) is an error, with the
+        // system's message.
+        errno = 0;
+        if (std::fflush(stdout) != 0 || std::ferror(stdout)) {
+            std::fprintf(stderr, "NorvaIndexDump: cannot write standard output: %s\n",
+                         std::strerror(errno ? errno : EIO));
+            return 1;
         }
         return 0;
     } catch (const CExc& e) {
