@@ -69,8 +69,11 @@ private:
 
 // Opens --db SPEC: "postgresql://..." or "postgres://..." (a libpq URI)
 // connects to PostgreSQL; anything else is a SQLite file, made when missing.
-// The schema is created or migrated (schema.h).
-std::unique_ptr<IConnection> OpenDatabase(const std::string& spec);
+// The schema is created or migrated (schema.h). Read-only access (the web
+// server's) opens an existing SQLite file read-only, and makes every
+// PostgreSQL transaction read-only; a write then fails in the database.
+enum class EAccess { kReadWrite, kReadOnly };
+std::unique_ptr<IConnection> OpenDatabase(const std::string& spec, EAccess access = EAccess::kReadWrite);
 // The SQLite file used without --db: $NGI_CATALOGUE_DB when set, else
 // $XDG_DATA_HOME/ngi-catalogue/catalogue.sqlite, else
 // ~/.local/share/ngi-catalogue/catalogue.sqlite (its folder made).

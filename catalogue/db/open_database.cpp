@@ -10,12 +10,13 @@
 
 namespace catalogue {
 
-std::unique_ptr<IConnection> OpenDatabase(const std::string& spec) {
+std::unique_ptr<IConnection> OpenDatabase(const std::string& spec, EAccess access) {
+    const bool readOnly = access == EAccess::kReadOnly;
     std::unique_ptr<IConnection> db;
     if (spec.rfind("postgresql://", 0) == 0 || spec.rfind("postgres://", 0) == 0)
-        db = std::make_unique<CPgConnection>(spec);
+        db = std::make_unique<CPgConnection>(spec, readOnly);
     else
-        db = std::make_unique<CSqliteConnection>(spec);
+        db = std::make_unique<CSqliteConnection>(spec, readOnly);
     EnsureSchema(*db);
     return db;
 }

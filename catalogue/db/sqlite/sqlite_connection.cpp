@@ -52,8 +52,9 @@ private:
 
 }  // namespace
 
-CSqliteConnection::CSqliteConnection(const std::string& fileName) : m_Name(fileName) {
-    const int rc = sqlite3_open_v2(fileName.c_str(), &m_Db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE, nullptr);
+CSqliteConnection::CSqliteConnection(const std::string& fileName, bool readOnly) : m_Name(fileName) {
+    const int flags = readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    const int rc = sqlite3_open_v2(fileName.c_str(), &m_Db, flags, nullptr);
     if (rc != SQLITE_OK) {
         const std::string message = m_Db ? sqlite3_errmsg(m_Db) : sqlite3_errstr(rc);
         sqlite3_close(m_Db);
@@ -64,6 +65,7 @@ CSqliteConnection::CSqliteConnection(const std::string& fileName) : m_Name(fileN
     // A catalogue is rebuilt from the indexes if lost: a crash may lose the
     // last transaction but never corrupt the file (journal, synchronous=NORMAL).
     Exec("PRAGMA synchronous=NORMAL; PRAGMA cache_size=-65536; PRAGMA temp_store=MEMORY");
+    if (readOnly) Exec("PRAGMA query_only=1");
 }
 
 CSqliteConnection::~CSqliteConnection() { sqlite3_close_v2(m_Db); }
