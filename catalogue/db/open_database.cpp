@@ -1,8 +1,12 @@
 // OpenDatabase and DefaultDatabase: which implementation a --db value names.
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
+#include "base/exc.h"
+#include "base/utf.h"
 #include "catalogue/db/connection.h"
 #include "catalogue/db/postgres/pg_connection.h"
 #include "catalogue/db/schema.h"
@@ -15,6 +19,9 @@ std::unique_ptr<IConnection> OpenDatabase(const std::string& spec, EAccess acces
     std::unique_ptr<IConnection> db;
     if (spec.rfind("postgresql://", 0) == 0 || spec.rfind("postgres://", 0) == 0)
         db = std::make_unique<CPgConnection>(spec, readOnly);
+    else if (readOnly && !std::filesystem::exists(spec))
+        // SQLite would say "unable to open database file".
+        throw CExc(util::Utf8ToUtf16("cannot open " + spec + ": " + std::strerror(ENOENT)));
     else
         db = std::make_unique<CSqliteConnection>(spec, readOnly);
     EnsureSchema(*db);

@@ -7,6 +7,7 @@
 #include <charconv>
 #include <cstring>
 #include <fstream>
+#include <thread>
 
 #include "base/exc.h"
 #include "base/utf.h"
@@ -105,9 +106,16 @@ std::string CWebServer::Url() const {
     return (m_Options.tlsCert.empty() ? "http://" : "https://") + host + ":" + std::to_string(m_Port) + "/";
 }
 
-void CWebServer::Run() { m_Http->listen_after_bind(); }
+void CWebServer::Run() {
+    m_Http->listen_after_bind();
+    m_Ended = true;
+}
 
-void CWebServer::Stop() { m_Http->stop(); }
+void CWebServer::Stop() {
+    // A stop asked for before the server runs would be lost: wait for it.
+    while (!m_Http->is_running() && !m_Ended) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    m_Http->stop();
+}
 
 void CWebServer::_Routes() {
     httplib::Server& http = *m_Http;

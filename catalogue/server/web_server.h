@@ -8,6 +8,7 @@
 // 401 otherwise; the page itself holds no data and asks for the token.
 // Methods other than GET (and HEAD) get 405.
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -45,7 +46,7 @@ public:
     int Port() const { return m_Port; }
     // "http://127.0.0.1:8080/".
     std::string Url() const;
-    // Serves until Stop() (from another thread).
+    // Serves until Stop() (from another thread, before or after Run starts).
     void Run();
     void Stop();
 
@@ -56,6 +57,7 @@ private:
     std::unique_ptr<CCataloguePool> m_Pool;
     std::unique_ptr<httplib::Server> m_Http;
     int m_Port = 0;
+    std::atomic<bool> m_Ended{false};
 };
 
 }  // namespace catalogue
