@@ -106,6 +106,31 @@ got=$("$tool" tree "$ifd" users | tail -n +2 | wc -l)
 "$tool" ls "$ifd" 'Users\nobody' 2>/dev/null && fail "ls of a missing folder succeeded"
 walked="$(wc -l < "$work/tree-files") files, $(wc -l < "$work/tree-dirs") folders"
 
+# The run in a catalogue: every file of the tree found by search, in one
+# restore point; the mixed folder of a second, failed run refused.
+db=$work/catalogue.sqlite
+"$tool" ingest "$work/out" --machine e2e --db "$db" >/dev/null || fail "ingest of the run failed"
+want=$(wc -l < "$work/tree-files")
+got=$("$tool" search '*' --type f --json --db "$db" | grep -c '"points":\[1\]')
+[ "$want" = "$got" ] || fail "search '*' gave $got files of restore point 1, the tree has $want"
+"$tool" versions 'C:\Users\Zoë\Документы\ОТЧЁТ.txt' --db "$db" | grep -q 'points 1$' ||
+  fail "versions of a unicode name in another case found nothing"
+cp -a "$work/out" "$work/mixed"
+cp "$ifd" "$work/mixed/volume.d_.ifd"
+"$tool" ingest "$work/mixed" --machine e2e --taken 2030-01-01 --db "$db" 2>"$work/err" && fail "a folder of two runs was ingested"
+grep -q 'volume.d_.ifd is not named by' "$work/err" || fail "the refusal does not name the file: $(cat "$work/err")"
+
+# Output that cannot be written is an error, in both programs.
+"$tool" export "$ifd" --format csv >/dev/full 2>"$work/err" && fail "export to a full disk exited 0"
+grep -q 'No space left on device' "$work/err" || fail "export to a full disk: $(cat "$work/err")"
+"$build/tools/index_dump/NorvaIndexDump" "$ifd" >/dev/full 2>"$work/err" && fail "the index dump to a full disk exited 0"
+grep -q 'No space left on device' "$work/err" || fail "the index dump to a full disk: $(cat "$work/err")"
+# The manual page renders without warnings.
+if command -v man >/dev/null; then
+  warnings=$(MANWIDTH=80 man --warnings -l catalogue/man/ngi-catalogue.1 2>&1 >/dev/null)
+  [ -z "$warnings" ] || fail "the manual page: $warnings"
+fi
+
 # The NTFS pipeline's index: the legacy fixture image as C:'s shadow, its
 # export checked against the Sleuth Kit's listing of the image (paths,
 # sizes, last-write times to the second). The pipeline leaves the volume's

@@ -30,7 +30,7 @@ int RunIngest(const TArgs& args, TContext& ctx) {
     for (const auto& volume : folder.volumes)
         run.volumes.push_back({VolumeName(volume), folder.IndexFile(volume)});
 
-    const auto db = OpenDb(args);
+    const auto db = OpenDb(args, true);
     const auto start = std::chrono::steady_clock::now();
     bool shown = false;
     auto progress = [&](uint64_t rows) {

@@ -47,9 +47,9 @@ int WriteVersions(const std::vector<TVersion>& list, const TArgs& args, TContext
 
 }  // namespace
 
-std::unique_ptr<IConnection> OpenDb(const TArgs& args) {
+std::unique_ptr<IConnection> OpenDb(const TArgs& args, bool create) {
     const std::string* given = args.Get("db");
-    return OpenDatabase(given ? *given : DefaultDatabase());
+    return OpenDatabase(given ? *given : DefaultDatabase(), create);
 }
 
 int RunSearch(const TArgs& args, TContext& ctx) {
@@ -78,7 +78,6 @@ int RunLsAt(const TArgs& args, TContext& ctx) {
     }
     for (const auto& v : list) {
         const char* kind = KindName(v.kind);
-        const std::u16string name = v.path.substr(v.path.rfind(u'\\') + 1);
         ctx.out << kind << std::string(6 - std::string_view(kind).size(), ' ');
         if (v.kind == EKind::kFile) {
             const std::string size = std::to_string(v.size);
@@ -88,7 +87,6 @@ int RunLsAt(const TArgs& args, TContext& ctx) {
         ctx.out << "  " << v.volume << v.path << (v.kind == EKind::kDir ? "\\" : "");
         if (v.kind == EKind::kLink) ctx.out << " -> " << v.target;
         ctx.out << "\n";
-        (void)name;
     }
     return 0;
 }

@@ -40,8 +40,9 @@ int RunPoints(const TArgs& args, TContext& ctx);
 int RunForget(const TArgs& args, TContext& ctx);
 int RunServe(const TArgs& args, TContext& ctx);
 
-// The database that --db names, or the default one (DefaultDatabase).
-std::unique_ptr<IConnection> OpenDb(const TArgs& args);
+// The database that --db names, or the default one (DefaultDatabase);
+// `create` makes a SQLite file that is not there (ingest).
+std::unique_ptr<IConnection> OpenDb(const TArgs& args, bool create = false);
 
 // The whole tool: words as on the command line after the program's name.
 int RunCatalogue(const std::vector<std::string>& words, CTextOut& out, CTextOut& err, bool progress = false);

@@ -150,7 +150,9 @@ std::u16string CCatalogue::_FolderPath(int64_t folder) {
     // Built from the top down: the chain is followed up to the root or a
     // folder whose path is known, then filled in on the way back.
     std::vector<std::pair<int64_t, std::u16string>> chain;
-    auto up = m_Db.Prepare("SELECT f.parent, n.name FROM folders f LEFT JOIN names n ON n.id = f.name WHERE f.id = ?");
+    if (!m_FolderUp)
+        m_FolderUp = m_Db.Prepare("SELECT f.parent, n.name FROM folders f LEFT JOIN names n ON n.id = f.name WHERE f.id = ?");
+    IStatement* up = m_FolderUp.get();
     int64_t at = folder;
     std::u16string path;
     for (size_t depth = 0;; ++depth) {
@@ -361,7 +363,9 @@ std::vector<TVersion> CCatalogue::Ls(std::u16string_view path, int64_t point,
             // entry of its parent there (the root always is).
             bool there = !entries.empty() || split.names.empty();
             if (!there) {
-                std::vector<TVersion> self = Versions(info.name + u"\\" + std::u16string(path), TSearchFilter{});
+                std::u16string selfPath = info.name;
+                for (const auto& name : split.names) selfPath += u"\\" + name;
+                std::vector<TVersion> self = Versions(selfPath, TSearchFilter{});
                 for (const auto& v : self)
                     there |= v.kind == EKind::kDir && std::count(v.points.begin(), v.points.end(), point) > 0;
             }

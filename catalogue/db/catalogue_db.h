@@ -74,6 +74,7 @@ private:
     std::map<int64_t, TVolumeInfo> m_Volumes;
     std::map<int64_t, TPointInfo> m_Points;
     std::unordered_map<int64_t, std::u16string> m_FolderPaths;
+    std::unique_ptr<IStatement> m_FolderUp;  // a folder's parent and name
     std::unordered_map<int64_t, TOwnerInfo> m_Owners;
 };
 

@@ -19,29 +19,21 @@ namespace fs = std::filesystem;
 
 constexpr uint64_t kT1 = Ft(1700000000), kT2 = Ft(1700086400);
 
-void First(CIndexBuilder& b) {
+// The first run, or (`later`) a day later: budget-2026 grew, Notes went, a
+// new file and folder came, the link points elsewhere, the rest is as it was.
+void Fill(CIndexBuilder& b, bool later) {
     const uint32_t alice = b.Owner(u"S-1-5-21-1-2-3-1001", u"alice", u"CORP");
-    b.File(u"Users\\alice\\Documents\\budget-2026.xlsx", 50000, kT1, alice);
-    b.File(u"Users\\alice\\Documents\\Notes.TXT", 12, kT1, alice);
+    b.File(u"Users\\alice\\Documents\\budget-2026.xlsx", later ? 51000 : 50000, later ? kT2 : kT1, alice);
+    if (!later) b.File(u"Users\\alice\\Documents\\Notes.TXT", 12, kT1, alice);
     b.File(u"Users\\alice\\Documents\\report.docx", 700, kT1, alice);
+    if (later) b.File(u"Users\\alice\\Documents\\summary-budget.pdf", 300, kT2, alice);
     b.File(u"Users\\bob\\budget-2025.xlsx", 40000, kT1);
     b.File(u"Windows\\notepad.exe", 1000, kT1);
-    b.Dir(u"Temp old");
-    b.Link(u"Documents and Settings", u"C:\\Users");
+    b.Dir(later ? u"Temp new" : u"Temp old");
+    b.Link(u"Documents and Settings", later ? u"D:\\Users" : u"C:\\Users");
 }
-
-// A day later: budget-2026 grew, Notes went, a new file and folder came, the
-// link points elsewhere, the rest is as it was.
-void Second(CIndexBuilder& b) {
-    const uint32_t alice = b.Owner(u"S-1-5-21-1-2-3-1001", u"alice", u"CORP");
-    b.File(u"Users\\alice\\Documents\\budget-2026.xlsx", 51000, kT2, alice);
-    b.File(u"Users\\alice\\Documents\\report.docx", 700, kT1, alice);
-    b.File(u"Users\\alice\\Documents\\summary-budget.pdf", 300, kT2, alice);
-    b.File(u"Users\\bob\\budget-2025.xlsx", 40000, kT1);
-    b.File(u"Windows\\notepad.exe", 1000, kT1);
-    b.Dir(u"Temp new");
-    b.Link(u"Documents and Settings", u"D:\\Users");
-}
+void First(CIndexBuilder& b) { Fill(b, false); }
+void Second(CIndexBuilder& b) { Fill(b, true); }
 
 // The catalogue of the two runs in one back end, asked through the tool.
 class CBackEnd {
@@ -113,6 +105,7 @@ TEST_F(CatalogueDb, EveryCommandGivesTheSameAnswerOnBothBackEnds) {
         {{"ls", "\\Users\\alice\\Documents", "--at", "1"}, 0, {"Notes.TXT", "budget-2026.xlsx"}},
         {{"ls", "--at", "2"}, 0, {"dir", "C:\\Temp new\\", "link", "-> D:\\Users"}},
         {{"ls", "\\Temp new", "--at", "1"}, 1, {"restore point 1 has no folder"}},
+        {{"ls", "c:\\temp OLD", "--at", "1"}, 0, {}},  // there, and empty
         {{"changes", "--from", "1", "--to", "2"}, 0,
          {"~ C:\\Documents and Settings  target C:\\Users -> D:\\Users", "- C:\\Temp old\\", "+ C:\\Temp new\\",
           "- C:\\Users\\alice\\Documents\\Notes.TXT", "~ C:\\Users\\alice\\Documents\\budget-2026.xlsx  size 50000 -> 51000",
@@ -233,6 +226,11 @@ TEST_F(CatalogueDb, RefusedIngestsChangeNothing) {
         EXPECT_NE(run.err.find(c.says), std::string::npos) << c.dir << ": " << run.err;
         EXPECT_EQ(RunTool({"points", "--json", "--db", db}).out, before);
     }
+    const TRun mistyped = RunTool({"search", "x", "--db", db + ".typo"});
+    EXPECT_EQ(mistyped.code, 1);
+    EXPECT_NE(mistyped.err.find("no catalogue at " + db + ".typo (ingest makes one)"), std::string::npos) << mistyped.err;
+    EXPECT_FALSE(fs::exists(db + ".typo"));
+
     const TRun summary = RunTool({"summary", empty.Dir()});
     EXPECT_EQ(summary.code, 1);
     EXPECT_NE(summary.err.find("holds no summary of a run"), std::string::npos) << summary.err;

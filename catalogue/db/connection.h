@@ -68,12 +68,15 @@ private:
 };
 
 // Opens --db SPEC: "postgresql://..." or "postgres://..." (a libpq URI)
-// connects to PostgreSQL; anything else is a SQLite file, made when missing.
-// The schema is created or migrated (schema.h). Read-only access (the web
-// server's) opens an existing SQLite file read-only, and makes every
-// PostgreSQL transaction read-only; a write then fails in the database.
-enum class EAccess { kReadWrite, kReadOnly };
-std::unique_ptr<IConnection> OpenDatabase(const std::string& spec, EAccess access = EAccess::kReadWrite);
+// connects to PostgreSQL; anything else is a SQLite file, made when missing
+// if `create` (an ingest), else refused: "no catalogue at X (ingest makes
+// one)", so that a mistyped name is not an empty catalogue. The schema is
+// created or migrated (schema.h).
+std::unique_ptr<IConnection> OpenDatabase(const std::string& spec, bool create = true);
+// The same for reading only (the web server): the SQLite file is opened
+// read-only, every PostgreSQL transaction is read-only; a write fails in
+// the database.
+std::unique_ptr<IConnection> OpenDatabaseReadOnly(const std::string& spec);
 // The SQLite file used without --db: $NGI_CATALOGUE_DB when set, else
 // $XDG_DATA_HOME/ngi-catalogue/catalogue.sqlite, else
 // ~/.local/share/ngi-catalogue/catalogue.sqlite (its folder made).

@@ -1,5 +1,6 @@
 #include "catalogue/db/ingest.h"
 
+#include <algorithm>
 #include <memory>
 #include <unordered_map>
 
@@ -32,8 +33,11 @@ struct TKey {
 };
 struct TKeyHash {
     size_t operator()(const TKey& k) const {
-        return std::hash<uint64_t>()((static_cast<uint64_t>(k.folder) * 0x9E3779B97F4A7C15ull) ^
-                                     (static_cast<uint64_t>(k.name) << 2) ^ static_cast<uint64_t>(k.kind));
+        uint64_t h = (static_cast<uint64_t>(k.folder) << 34) ^ (static_cast<uint64_t>(k.name) << 2) ^
+                     static_cast<uint64_t>(k.kind);
+        h ^= h >> 33;  // a multiply-shift mix: ids in runs spread over the buckets
+        h *= 0xFF51AFD7ED558CCDull;
+        return static_cast<size_t>(h ^ (h >> 33));
     }
 };
 
@@ -55,11 +59,14 @@ public:
     TIngestResult Run(const TIngestRun& run);
 
 private:
+    int64_t _NextId(const char* table);
+    void _LoadHashes();
     int64_t _Machine(const std::u16string& name);
     int64_t _Volume(int64_t machine, const std::u16string& name);
-    void _IngestVolume(int64_t volume, CVolumeIndex& index, int64_t point);
+    void _IngestVolume(int64_t volume, CVolumeIndex& index);
     void _LoadPrevious(int64_t volume, int64_t prev);
     int64_t _Name(std::u16string_view name);
+    void _FlushGrams();
     int64_t _Owner(const TOwner* owner);
     int64_t _Folder(int64_t volume, int64_t parent, int64_t name);
     void _Visit(int64_t volume, const TKey& key, uint64_t size, uint64_t modified, int64_t owner,
@@ -80,12 +87,19 @@ private:
     std::function<void(uint64_t)> m_Progress;
     TIngestResult m_Result;
     int64_t m_Point = 0, m_Prev = 0;  // m_Prev 0: the volume's first point
+    int64_t m_NextName = 0, m_NextFolder = 0;
 
     TNameIds m_Names;
+    static constexpr int64_t kMaxHashes = 16 << 20;  // 64 MiB of hashes
+    std::vector<int32_t> m_Hashes;  // sorted; names added by this ingest are in m_Names
+    bool m_HashesLoaded = false;
     std::unordered_map<std::string, int64_t> m_Owners;  // sid NUL account
     std::unordered_map<TKey, int64_t, TKeyHash> m_Folders;  // (parent, name) -> id of the volume
     std::unordered_map<TKey, TStanding, TKeyHash> m_State;
 
+    static constexpr size_t kGramBatch = 512;
+    std::vector<std::pair<int64_t, std::string>> m_NewGrams;  // names whose trigrams are not written yet
+    std::unique_ptr<IStatement> m_AddLastGrams;
     std::unique_ptr<IStatement> m_FindName, m_AddName, m_AddGrams, m_AddFolder, m_AddVersion, m_CloseVersion,
         m_ReopenVersion, m_AddOwner;
 };
@@ -97,6 +111,10 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
     for (const auto& volume : run.volumes) indexes.push_back(std::make_unique<CVolumeIndex>(volume.indexFile));
 
     CTransaction transaction(m_Db);
+    if (m_Sql.lockIngest) m_Db.Exec(m_Sql.lockIngest);
+    m_NextName = _NextId("names");
+    _LoadHashes();
+    m_NextFolder = _NextId("folders");
     const int64_t machine = _Machine(run.machine);
     {
         auto latest = m_Db.Prepare("SELECT id, taken FROM points WHERE machine = ? ORDER BY taken DESC LIMIT 1");
@@ -131,7 +149,7 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
     auto addPointVolume = m_Db.Prepare("INSERT INTO point_volumes(volume, point, files) VALUES(?, ?, ?)");
     for (size_t i = 0; i < run.volumes.size(); ++i) {
         const int64_t volume = _Volume(machine, run.volumes[i].name);
-        _IngestVolume(volume, *indexes[i], m_Point);
+        _IngestVolume(volume, *indexes[i]);
         addPointVolume->Reset();
         addPointVolume->Bind(1, volume);
         addPointVolume->Bind(2, m_Point);
@@ -143,8 +161,25 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
     setFiles->Bind(1, static_cast<int64_t>(files));
     setFiles->Bind(2, m_Point);
     setFiles->Step();
+    _FlushGrams();
     transaction.Commit();
     return m_Result;
+}
+
+// The hashes of every name, when there are not too many: a name whose hash
+// is not among them is new without a look-up (a first ingest asks for
+// hardly any name twice).
+void CIngest::_LoadHashes() {
+    if (m_NextName - 1 > kMaxHashes) return;
+    auto hashes = m_Db.Prepare("SELECT hash FROM names ORDER BY hash");
+    while (hashes->Step()) m_Hashes.push_back(static_cast<int32_t>(hashes->Int(0)));
+    m_HashesLoaded = true;
+}
+
+int64_t CIngest::_NextId(const char* table) {
+    auto next = m_Db.Prepare(std::string("SELECT coalesce(max(id), 0) + 1 FROM ") + table);
+    next->Step();
+    return next->Int(0);
 }
 
 int64_t CIngest::_Machine(const std::u16string& name) {
@@ -178,6 +213,14 @@ void CIngest::_LoadPrevious(int64_t volume, int64_t prev) {
     folders->Bind(1, volume);
     while (folders->Step()) m_Folders[TKey{folders->Int(1), folders->Int(2), EKind::kDir}] = folders->Int(0);
     if (!prev) return;
+    {
+        auto count = m_Db.Prepare("SELECT files FROM point_volumes WHERE volume = ? AND point = ?");
+        count->Bind(1, volume);
+        count->Bind(2, prev);
+        const auto files = count->Step() ? static_cast<size_t>(count->Int(0)) : 0;
+        m_State.reserve(files + m_Folders.size());
+        m_Names.reserve(m_Names.size() + files);
+    }
     auto state = m_Db.Prepare(
         "SELECT v.folder, v.name, v.kind, v.first, v.last, v.size, v.modified, v.owner, v.target, n.name "
         "FROM versions v JOIN names n ON n.id = v.name "
@@ -199,7 +242,7 @@ void CIngest::_LoadPrevious(int64_t volume, int64_t prev) {
     }
 }
 
-void CIngest::_IngestVolume(int64_t volume, CVolumeIndex& index, int64_t point) {
+void CIngest::_IngestVolume(int64_t volume, CVolumeIndex& index) {
     {
         auto prev = m_Db.Prepare("SELECT max(point) FROM point_volumes WHERE volume = ?");
         prev->Bind(1, volume);
@@ -241,7 +284,6 @@ void CIngest::_IngestVolume(int64_t volume, CVolumeIndex& index, int64_t point) 
             _Close(volume, key, v, m_Prev);
             ++m_Result.removed;
         }
-    (void)point;
 }
 
 void CIngest::_Visit(int64_t volume, const TKey& key, uint64_t size, uint64_t modified, int64_t owner,
@@ -321,27 +363,48 @@ int64_t CIngest::_Name(std::u16string_view name) {
     const auto it = m_Names.find(name);
     if (it != m_Names.end()) return it->second;
     const std::string utf8 = Utf8(name);
-    auto& find = _Stmt(m_FindName, "SELECT id FROM names WHERE name = ?");
-    find->Bind(1, utf8);
-    int64_t id;
-    if (find->Step()) {
-        id = find->Int(0);
-    } else {
+    const int32_t hash = NameHash(utf8);
+    int64_t id = 0;
+    if (!m_HashesLoaded || std::binary_search(m_Hashes.begin(), m_Hashes.end(), hash)) {
+        auto& find = _Stmt(m_FindName, "SELECT id, name FROM names WHERE hash = ?");
+        find->Bind(1, int64_t{hash});
+        while (id == 0 && find->Step())
+            if (find->Text(1) == utf8) id = find->Int(0);
+    }
+    if (id == 0) {
         const std::string folded = Utf8(util::ToUpper(name));
         auto& add = _Stmt(m_AddName, m_Sql.insertName);
-        add->Bind(1, utf8);
-        if (m_Db.Dialect() == EDialect::kPostgres) add->Bind(2, folded);
+        id = m_NextName++;
+        add->Bind(1, id);
+        add->Bind(2, int64_t{hash});
+        add->Bind(3, utf8);
+        if (m_Db.Dialect() == EDialect::kPostgres) add->Bind(4, folded);
         add->Step();
-        id = add->Int(0);
         if (m_Sql.insertNameGrams) {
-            auto& grams = _Stmt(m_AddGrams, m_Sql.insertNameGrams);
-            grams->Bind(1, id);
-            grams->Bind(2, folded);
-            grams->Step();
+            m_NewGrams.emplace_back(id, folded);
+            if (m_NewGrams.size() == kGramBatch) _FlushGrams();
         }
     }
     m_Names.emplace(std::u16string(name), id);
     return id;
+}
+
+void CIngest::_FlushGrams() {
+    if (m_NewGrams.empty()) return;
+    auto& batch = m_NewGrams.size() == kGramBatch ? m_AddGrams : m_AddLastGrams;
+    if (!batch || m_NewGrams.size() != kGramBatch) {
+        std::string sql = m_Sql.insertNameGrams;
+        for (size_t i = 0; i < m_NewGrams.size(); ++i) sql += i ? ",(?,?)" : "(?,?)";
+        batch = m_Db.Prepare(sql);
+    }
+    batch->Reset();
+    int at = 0;
+    for (const auto& [id, folded] : m_NewGrams) {
+        batch->Bind(++at, id);
+        batch->Bind(++at, folded);
+    }
+    batch->Step();
+    m_NewGrams.clear();
 }
 
 int64_t CIngest::_Owner(const TOwner* owner) {
@@ -361,12 +424,14 @@ int64_t CIngest::_Folder(int64_t volume, int64_t parent, int64_t name) {
     const TKey key{parent, name, EKind::kDir};
     const auto it = m_Folders.find(key);
     if (it != m_Folders.end()) return it->second;
-    auto& add = _Stmt(m_AddFolder, "INSERT INTO folders(volume, parent, name) VALUES(?, ?, ?) RETURNING id");
-    add->Bind(1, volume);
-    add->Bind(2, parent);
-    add->Bind(3, name);
+    auto& add = _Stmt(m_AddFolder, "INSERT INTO folders(id, volume, parent, name) VALUES(?, ?, ?, ?)");
+    const int64_t id = m_NextFolder++;
+    add->Bind(1, id);
+    add->Bind(2, volume);
+    add->Bind(3, parent);
+    add->Bind(4, name);
     add->Step();
-    return m_Folders[key] = add->Int(0);
+    return m_Folders[key] = id;
 }
 
 }  // namespace

@@ -14,19 +14,27 @@
 
 namespace catalogue {
 
-std::unique_ptr<IConnection> OpenDatabase(const std::string& spec, EAccess access) {
-    const bool readOnly = access == EAccess::kReadOnly;
+namespace {
+
+std::unique_ptr<IConnection> Open(const std::string& spec, bool create, bool readOnly) {
     std::unique_ptr<IConnection> db;
-    if (spec.rfind("postgresql://", 0) == 0 || spec.rfind("postgres://", 0) == 0)
+    if (spec.rfind("postgresql://", 0) == 0 || spec.rfind("postgres://", 0) == 0) {
         db = std::make_unique<CPgConnection>(spec, readOnly);
-    else if (readOnly && !std::filesystem::exists(spec))
-        // SQLite would say "unable to open database file".
-        throw CExc(util::Utf8ToUtf16("cannot open " + spec + ": " + std::strerror(ENOENT)));
-    else
+    } else {
+        std::error_code ec;
+        if (!create && !std::filesystem::exists(spec, ec))
+            throw CExc(util::Utf8ToUtf16("no catalogue at " + spec + " (ingest makes one)"));
         db = std::make_unique<CSqliteConnection>(spec, readOnly);
+    }
     EnsureSchema(*db);
     return db;
 }
+
+}  // namespace
+
+std::unique_ptr<IConnection> OpenDatabase(const std::string& spec, bool create) { return Open(spec, create, false); }
+
+std::unique_ptr<IConnection> OpenDatabaseReadOnly(const std::string& spec) { return Open(spec, false, true); }
 
 std::string DefaultDatabase() {
     if (const char* set = std::getenv("NGI_CATALOGUE_DB"); set && *set) return set;

@@ -17,8 +17,10 @@ CREATE TABLE volumes(id INTEGER PRIMARY KEY, machine INTEGER NOT NULL, name TEXT
 CREATE TABLE point_volumes(volume INTEGER NOT NULL, point INTEGER NOT NULL, files INTEGER NOT NULL,
                            PRIMARY KEY(volume, point)) WITHOUT ROWID;
 CREATE TABLE owners(id INTEGER PRIMARY KEY, sid TEXT NOT NULL, account TEXT NOT NULL, UNIQUE(sid, account));
-CREATE TABLE names(id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE);
-CREATE VIRTUAL TABLE name_grams USING fts5(folded, content='', detail=none, tokenize='trigram case_sensitive 1');
+CREATE TABLE names(id INTEGER PRIMARY KEY, hash INTEGER NOT NULL, name TEXT NOT NULL);
+CREATE INDEX names_by_hash ON names(hash);
+CREATE VIRTUAL TABLE name_grams USING fts5(folded, content='', detail=none, columnsize=0,
+                                           tokenize='trigram case_sensitive 1');
 CREATE TABLE folders(id INTEGER PRIMARY KEY, volume INTEGER NOT NULL, parent INTEGER NOT NULL, name INTEGER NOT NULL,
                      UNIQUE(volume, parent, name));
 CREATE TABLE versions(volume INTEGER NOT NULL, folder INTEGER NOT NULL, name INTEGER NOT NULL, kind INTEGER NOT NULL,
@@ -38,9 +40,10 @@ CREATE TABLE volumes(id bigserial PRIMARY KEY, machine bigint NOT NULL, name tex
 CREATE TABLE point_volumes(volume bigint NOT NULL, point bigint NOT NULL, files bigint NOT NULL,
                            PRIMARY KEY(volume, point));
 CREATE TABLE owners(id bigserial PRIMARY KEY, sid text NOT NULL, account text NOT NULL, UNIQUE(sid, account));
-CREATE TABLE names(id bigserial PRIMARY KEY, name text NOT NULL UNIQUE, folded text NOT NULL);
+CREATE TABLE names(id bigint PRIMARY KEY, hash integer NOT NULL, name text NOT NULL, folded text NOT NULL);
+CREATE INDEX names_by_hash ON names(hash);
 CREATE INDEX names_grams ON names USING gin (folded gin_trgm_ops);
-CREATE TABLE folders(id bigserial PRIMARY KEY, volume bigint NOT NULL, parent bigint NOT NULL, name bigint NOT NULL,
+CREATE TABLE folders(id bigint PRIMARY KEY, volume bigint NOT NULL, parent bigint NOT NULL, name bigint NOT NULL,
                      UNIQUE(volume, parent, name));
 CREATE TABLE versions(volume bigint NOT NULL, folder bigint NOT NULL, name bigint NOT NULL, kind smallint NOT NULL,
                       first bigint NOT NULL, last bigint, size bigint NOT NULL, modified bigint NOT NULL,
@@ -50,14 +53,15 @@ CREATE INDEX versions_by_name ON versions(name);
 )";
 
 const TDialectSql kSqlite = {
-    "INSERT INTO names(name) VALUES(?) RETURNING id",
-    "INSERT INTO name_grams(rowid, folded) VALUES(?, ?)",
-    "INSERT INTO name_grams(name_grams, rowid, folded) VALUES('delete', ?, ?)",
+    nullptr,
+    "INSERT INTO names(id, hash, name) VALUES(?, ?, ?)",
+    "INSERT INTO name_grams(rowid, folded) VALUES",
     "SELECT n.id, n.name FROM name_grams g JOIN names n ON n.id = g.rowid WHERE name_grams MATCH ?",
 };
 const TDialectSql kPostgres = {
-    "INSERT INTO names(name, folded) VALUES(?, ?) RETURNING id",
-    nullptr,
+    // One ingest at a time: two would both add a name that is new to both.
+    "SELECT pg_advisory_xact_lock(7190001)",
+    "INSERT INTO names(id, hash, name, folded) VALUES(?, ?, ?, ?)",
     nullptr,
     "SELECT id, name FROM names WHERE folded LIKE ?",
 };
@@ -90,6 +94,12 @@ void EnsureSchema(IConnection& db) {
     db.Exec(db.Dialect() == EDialect::kSqlite ? kSqliteSchema : kPostgresSchema);
     db.Exec("INSERT INTO meta(key, value) VALUES('schema_version', '" + std::to_string(kSchemaVersion) + "')");
     transaction.Commit();
+}
+
+int32_t NameHash(std::string_view utf8) {
+    uint32_t hash = 2166136261u;
+    for (unsigned char c : utf8) hash = (hash ^ c) * 16777619u;
+    return static_cast<int32_t>(hash);
 }
 
 const TDialectSql& DialectSql(EDialect dialect) { return dialect == EDialect::kSqlite ? kSqlite : kPostgres; }

@@ -23,21 +23,20 @@ std::optional<std::u16string> CQueryParams::Text(const std::string& name) const 
     return text ? std::optional<std::u16string>(util::Utf8ToUtf16(*text)) : std::nullopt;
 }
 
-std::optional<uint64_t> CQueryParams::Time(const std::string& name) const {
+std::optional<uint64_t> CQueryParams::_Parsed(const std::string& name, std::optional<uint64_t> (*parse)(std::string_view),
+                                              const char* what) const {
     const std::string* text = m_Get(name);
     if (!text) return std::nullopt;
-    const auto time = ParseIsoTime(*text);
-    if (!time) throw CBadParameter(m_Spell(name) + " '" + *text + "' is not a time (YYYY-MM-DD[Thh:mm[:ss]])");
-    return time;
+    const auto value = parse(*text);
+    if (!value) throw CBadParameter(m_Spell(name) + " '" + *text + "' is not " + what);
+    return value;
 }
 
-std::optional<uint64_t> CQueryParams::Size(const std::string& name) const {
-    const std::string* text = m_Get(name);
-    if (!text) return std::nullopt;
-    const auto size = ParseSize(*text);
-    if (!size) throw CBadParameter(m_Spell(name) + " '" + *text + "' is not a size");
-    return size;
+std::optional<uint64_t> CQueryParams::Time(const std::string& name) const {
+    return _Parsed(name, ParseIsoTime, "a time (YYYY-MM-DD[Thh:mm[:ss]])");
 }
+
+std::optional<uint64_t> CQueryParams::Size(const std::string& name) const { return _Parsed(name, ParseSize, "a size"); }
 
 TSearchFilter CQueryParams::Filter() const {
     TSearchFilter filter;

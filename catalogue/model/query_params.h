@@ -10,6 +10,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 
 #include "catalogue/model/catalogue_types.h"
 
@@ -40,6 +41,10 @@ public:
     TSearchFilter Filter() const;
 
 private:
+    // The value `parse` makes of the text, or null when not given.
+    std::optional<uint64_t> _Parsed(const std::string& name, std::optional<uint64_t> (*parse)(std::string_view),
+                                    const char* what) const;
+
     TGet m_Get;
     TSpell m_Spell;
 };

@@ -34,7 +34,7 @@ protected:
             else dbs.push_back(pg.NewDatabase());
             for (size_t i = 0; i < dbs.size(); ++i) {
                 MakeWebCatalogue((m_Root.Native() / ("runs" + std::to_string(i))).string(), dbs[i]);
-                TBackEnd b{dbs[i], catalogue::OpenDatabase(dbs[i], catalogue::EAccess::kReadOnly), nullptr};
+                TBackEnd b{dbs[i], catalogue::OpenDatabaseReadOnly(dbs[i]), nullptr};
                 b.catalogue = std::make_unique<catalogue::CCatalogue>(*b.connection);
                 m_BackEnds.push_back(std::move(b));
             }
@@ -178,7 +178,7 @@ TEST_F(WebApi, ReadsOnlyAndTakesParametersAsText) {
         EXPECT_GT(count->Int(0), 250);
     }
     // A SQLite file that is not there is not made.
-    EXPECT_THROW(catalogue::OpenDatabase((m_Root.Native() / "none.sqlite").string(), catalogue::EAccess::kReadOnly),
+    EXPECT_THROW(catalogue::OpenDatabaseReadOnly((m_Root.Native() / "none.sqlite").string()),
                  CExc);
     EXPECT_FALSE(std::filesystem::exists(m_Root.Native() / "none.sqlite"));
 }

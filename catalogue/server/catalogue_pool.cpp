@@ -9,7 +9,7 @@ CCataloguePool::CCataloguePool(std::string spec, std::chrono::seconds maxAge)
 
 std::unique_ptr<CCataloguePool::TEntry> CCataloguePool::_Open() const {
     auto entry = std::make_unique<TEntry>();
-    entry->db = OpenDatabase(m_Spec, EAccess::kReadOnly);
+    entry->db = OpenDatabaseReadOnly(m_Spec);
     entry->catalogue = std::make_unique<CCatalogue>(*entry->db);
     entry->made = std::chrono::steady_clock::now();
     return entry;

@@ -53,8 +53,13 @@ private:
 }  // namespace
 
 CSqliteConnection::CSqliteConnection(const std::string& fileName, bool readOnly) : m_Name(fileName) {
+    // No count of the library's memory: it takes a lock around every
+    // allocation. Only possible before the library starts; later calls fail
+    // harmlessly.
+    static const int once = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
+    (void)once;
     const int flags = readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
-    const int rc = sqlite3_open_v2(fileName.c_str(), &m_Db, flags, nullptr);
+    const int rc = sqlite3_open_v2(fileName.c_str(), &m_Db, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     if (rc != SQLITE_OK) {
         const std::string message = m_Db ? sqlite3_errmsg(m_Db) : sqlite3_errstr(rc);
         sqlite3_close(m_Db);
