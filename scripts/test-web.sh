@@ -37,6 +37,7 @@ stop() {
 trap stop EXIT
 
 "$fixture" "$work/runs" "$work/web.sqlite"
+: >"$work/serve.txt"
 "$tool" serve --db "$work/web.sqlite" --listen 127.0.0.1:0 >"$work/serve.txt" 2>&1 &
 server=$!
 # The server prints its address once it listens; cpp-httplib 0.11 has no
