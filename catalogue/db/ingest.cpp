@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <memory>
+#include <optional>
 #include <unordered_map>
 
 #include "base/case.h"
 #include "base/exc.h"
 #include "base/utf.h"
+#include "catalogue/db/batch_insert.h"
 #include "catalogue/db/schema.h"
 #include "catalogue/index/volume_index.h"
 #include "catalogue/model/catalogue_types.h"
@@ -54,7 +56,9 @@ struct TStanding {
 class CIngest {
 public:
     CIngest(IConnection& db, const std::function<void(uint64_t)>& progress)
-        : m_Db(db), m_Sql(DialectSql(db.Dialect())), m_Progress(progress) {}
+        : m_Db(db), m_Sql(DialectSql(db.Dialect())), m_Progress(progress) {
+        if (m_Sql.insertNameGrams) m_NewGrams.emplace(m_Db, m_Sql.insertNameGrams, 2, 512);
+    }
 
     TIngestResult Run(const TIngestRun& run);
 
@@ -66,7 +70,12 @@ private:
     void _IngestVolume(int64_t volume, CVolumeIndex& index);
     void _LoadPrevious(int64_t volume, int64_t prev);
     int64_t _Name(std::u16string_view name);
-    void _FlushGrams();
+    void _Flush() {
+        m_NewVersions.Flush();
+        m_NewNames.Flush();
+        m_NewFolders.Flush();
+        if (m_NewGrams) m_NewGrams->Flush();
+    }
     int64_t _Owner(const TOwner* owner);
     int64_t _Folder(int64_t volume, int64_t parent, int64_t name);
     void _Visit(int64_t volume, const TKey& key, uint64_t size, uint64_t modified, int64_t owner,
@@ -97,10 +106,15 @@ private:
     std::unordered_map<TKey, int64_t, TKeyHash> m_Folders;  // (parent, name) -> id of the volume
     std::unordered_map<TKey, TStanding, TKeyHash> m_State;
 
-    static constexpr size_t kGramBatch = 512;
-    std::vector<std::pair<int64_t, std::string>> m_NewGrams;  // names whose trigrams are not written yet
-    std::unique_ptr<IStatement> m_AddLastGrams;
-    std::unique_ptr<IStatement> m_FindName, m_AddName, m_AddGrams, m_AddFolder, m_AddVersion, m_CloseVersion,
+    // New rows, written many to a statement; flushed before the commit.
+    CBatchInsert m_NewVersions{m_Db,
+                               "INSERT INTO versions(volume, folder, name, kind, first, last, size, modified, owner, "
+                               "target) VALUES",
+                               10};
+    CBatchInsert m_NewNames{m_Db, m_Sql.insertName, m_Db.Dialect() == EDialect::kPostgres ? 4 : 3};
+    CBatchInsert m_NewFolders{m_Db, "INSERT INTO folders(id, volume, parent, name) VALUES", 4};
+    std::optional<CBatchInsert> m_NewGrams;  // SQLite's name index, 512 names a statement
+    std::unique_ptr<IStatement> m_FindName, m_CloseVersion,
         m_ReopenVersion, m_AddOwner;
 };
 
@@ -161,7 +175,7 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
     setFiles->Bind(1, static_cast<int64_t>(files));
     setFiles->Bind(2, m_Point);
     setFiles->Step();
-    _FlushGrams();
+    _Flush();
     transaction.Commit();
     return m_Result;
 }
@@ -328,22 +342,9 @@ void CIngest::_Visit(int64_t volume, const TKey& key, uint64_t size, uint64_t mo
 }
 
 void CIngest::_Insert(int64_t volume, const TKey& key, const TStanding& v) {
-    auto& add = _Stmt(m_AddVersion,
-                      "INSERT INTO versions(volume, folder, name, kind, first, last, size, modified, owner, target) "
-                      "VALUES(?, ?, ?, ?, ?, NULL, ?, ?, ?, ?)");
-    add->Bind(1, volume);
-    add->Bind(2, key.folder);
-    add->Bind(3, key.name);
-    add->Bind(4, static_cast<int64_t>(key.kind));
-    add->Bind(5, v.first);
-    add->Bind(6, static_cast<int64_t>(v.size));
-    add->Bind(7, static_cast<int64_t>(v.modified));
-    add->Bind(8, v.owner);
-    if (key.kind == EKind::kLink)
-        add->Bind(9, v.target);
-    else
-        add->BindNull(9);
-    add->Step();
+    m_NewVersions.Add({volume, key.folder, key.name, static_cast<int64_t>(key.kind), v.first, std::monostate(),
+                       static_cast<int64_t>(v.size), static_cast<int64_t>(v.modified), v.owner,
+                       key.kind == EKind::kLink ? CBatchInsert::TValue(v.target) : std::monostate()});
 }
 
 void CIngest::_Close(int64_t volume, const TKey& key, const TStanding& v, int64_t last) {
@@ -373,38 +374,15 @@ int64_t CIngest::_Name(std::u16string_view name) {
     }
     if (id == 0) {
         const std::string folded = Utf8(util::ToUpper(name));
-        auto& add = _Stmt(m_AddName, m_Sql.insertName);
         id = m_NextName++;
-        add->Bind(1, id);
-        add->Bind(2, int64_t{hash});
-        add->Bind(3, utf8);
-        if (m_Db.Dialect() == EDialect::kPostgres) add->Bind(4, folded);
-        add->Step();
-        if (m_Sql.insertNameGrams) {
-            m_NewGrams.emplace_back(id, folded);
-            if (m_NewGrams.size() == kGramBatch) _FlushGrams();
-        }
+        if (m_Db.Dialect() == EDialect::kPostgres)
+            m_NewNames.Add({id, int64_t{hash}, utf8, folded});
+        else
+            m_NewNames.Add({id, int64_t{hash}, utf8});
+        if (m_NewGrams) m_NewGrams->Add({id, folded});
     }
     m_Names.emplace(std::u16string(name), id);
     return id;
-}
-
-void CIngest::_FlushGrams() {
-    if (m_NewGrams.empty()) return;
-    auto& batch = m_NewGrams.size() == kGramBatch ? m_AddGrams : m_AddLastGrams;
-    if (!batch || m_NewGrams.size() != kGramBatch) {
-        std::string sql = m_Sql.insertNameGrams;
-        for (size_t i = 0; i < m_NewGrams.size(); ++i) sql += i ? ",(?,?)" : "(?,?)";
-        batch = m_Db.Prepare(sql);
-    }
-    batch->Reset();
-    int at = 0;
-    for (const auto& [id, folded] : m_NewGrams) {
-        batch->Bind(++at, id);
-        batch->Bind(++at, folded);
-    }
-    batch->Step();
-    m_NewGrams.clear();
 }
 
 int64_t CIngest::_Owner(const TOwner* owner) {
@@ -424,13 +402,8 @@ int64_t CIngest::_Folder(int64_t volume, int64_t parent, int64_t name) {
     const TKey key{parent, name, EKind::kDir};
     const auto it = m_Folders.find(key);
     if (it != m_Folders.end()) return it->second;
-    auto& add = _Stmt(m_AddFolder, "INSERT INTO folders(id, volume, parent, name) VALUES(?, ?, ?, ?)");
     const int64_t id = m_NextFolder++;
-    add->Bind(1, id);
-    add->Bind(2, volume);
-    add->Bind(3, parent);
-    add->Bind(4, name);
-    add->Step();
+    m_NewFolders.Add({id, volume, parent, name});
     return m_Folders[key] = id;
 }
 

@@ -54,14 +54,14 @@ CREATE INDEX versions_by_name ON versions(name);
 
 const TDialectSql kSqlite = {
     nullptr,
-    "INSERT INTO names(id, hash, name) VALUES(?, ?, ?)",
+    "INSERT INTO names(id, hash, name) VALUES",
     "INSERT INTO name_grams(rowid, folded) VALUES",
     "SELECT n.id, n.name FROM name_grams g JOIN names n ON n.id = g.rowid WHERE name_grams MATCH ?",
 };
 const TDialectSql kPostgres = {
     // One ingest at a time: two would both add a name that is new to both.
     "SELECT pg_advisory_xact_lock(7190001)",
-    "INSERT INTO names(id, hash, name, folded) VALUES(?, ?, ?, ?)",
+    "INSERT INTO names(id, hash, name, folded) VALUES",
     nullptr,
     "SELECT id, name FROM names WHERE folded LIKE ?",
 };

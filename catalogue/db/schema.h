@@ -24,12 +24,12 @@ struct TDialectSql {
     // Taken at the start of an ingest's transaction so that ingests run one
     // at a time (SQLite's BEGIN IMMEDIATE does that already): or null.
     const char* lockIngest;
-    // Adds a name: parameters id, hash, name (and on PostgreSQL the folded
-    // name). Ingests give names and folders their ids themselves (one runs
+    // Adds names, the head of a batch (batch_insert.h): each id, hash,
+    // name (and on PostgreSQL the folded name). Ingests give names and folders their ids themselves (one runs
     // at a time): an INSERT with RETURNING costs SQLite a statement journal.
     const char* insertName;
-    // Adds names' trigrams (SQLite's FTS5 table): "(?, ?)" repeated, each
-    // an id and a folded name; or null where the names table indexes its
+    // Adds names' trigrams (SQLite's FTS5 table), the head of a batch:
+    // each an id and a folded name; or null where the names table indexes its
     // own folded column (PostgreSQL's pg_trgm). Many names go in one
     // statement: a statement on FTS5 costs a savepoint of its own, half the
     // time of an ingest when taken once a name.
