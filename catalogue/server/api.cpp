@@ -21,8 +21,8 @@ public:
 };
 
 const std::set<std::string> kFilterNames = {"machine", "volume",       "type",     "owner",    "at",
-                                            "from",    "to",           "taken-after", "taken-before", "min-size",
-                                            "max-size", "newer",       "older"};
+                                            "from",    "to",           "taken-after", "taken-before",
+                                            "min-size", "max-size",    "newer",    "older"};
 
 // The request's parameters, by the command line's names ("min-size" for
 // min_size); each at most once, none unknown to the question.
@@ -31,10 +31,10 @@ public:
     CRequest(const TApiParams& params, std::set<std::string> known) {
         known.insert({"limit", "after"});
         for (const auto& [key, value] : params) {
+            // min_size is looked up as "min-size"; a web name spelled with
+            // "-" becomes one with "_", which no question knows.
             std::string name = key;
-            for (char& c : name)
-                if (c == '_') c = '-';
-                else if (c == '-') c = '_';  // "min-size" is not a web name
+            for (char& c : name) c = c == '_' ? '-' : c == '-' ? '_' : c;
             if (!known.count(name)) throw CBadParameter("unknown parameter '" + key + "'");
             if (value.size() > kMaxParamBytes)
                 throw CBadParameter(key + " is longer than " + std::to_string(kMaxParamBytes) + " bytes");
