@@ -32,17 +32,10 @@ stop() {
 trap stop EXIT
 cp "$build/catalogue/ngi-catalogue" "$build/catalogue/catalogue_load_web" "$work/"
 
-: >"$work/serve.txt"
-"$work/ngi-catalogue" serve --db "$db" --listen 127.0.0.1:0 >"$work/serve.txt" 2>&1 &
-server=$!
-port=
-for _ in $(seq 100); do
-  port=$(sed -n 's/^ngi-catalogue: serving .* on http:\/\/127.0.0.1:\([0-9]*\)\/$/\1/p' "$work/serve.txt")
-  [ -n "$port" ] && break
-  kill -0 "$server" 2>/dev/null || { echo "bench-web: the server ended: $(cat "$work/serve.txt")"; exit 1; }
-  sleep 0.1
-done
-[ -n "$port" ] || { echo "bench-web: the server did not listen"; exit 1; }
+source scripts/serve-catalogue.sh
+serve_catalogue "$work/ngi-catalogue" "$db" "$work" bench-web
+port=${url#http://127.0.0.1:}
+port=${port%/}
 
 echo "database: $db ($("$work/ngi-catalogue" points --db "$db" | wc -l) restore points)"
 echo "before: $(uptime)"

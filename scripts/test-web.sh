@@ -37,22 +37,8 @@ stop() {
 trap stop EXIT
 
 "$fixture" "$work/runs" "$work/web.sqlite"
-: >"$work/serve.txt"
-"$tool" serve --db "$work/web.sqlite" --listen 127.0.0.1:0 >"$work/serve.txt" 2>&1 &
-server=$!
-# The server prints its address once it listens; cpp-httplib 0.11 has no
-# readiness call, so poll for the line and then for the port.
-url=
-for _ in $(seq 100); do
-  url=$(sed -n 's/^ngi-catalogue: serving .* on \(http[^ ]*\)$/\1/p' "$work/serve.txt")
-  [ -n "$url" ] && $py - "$url" <<'PY' && break
-import sys, urllib.request
-urllib.request.urlopen(sys.argv[1] + "api/machines", timeout=1)
-PY
-  kill -0 "$server" 2>/dev/null || { echo "test-web: FAILED: the server ended: $(cat "$work/serve.txt")"; exit 1; }
-  sleep 0.1
-done
-[ -n "$url" ] || { echo "test-web: FAILED: the server did not listen: $(cat "$work/serve.txt")"; exit 1; }
+source scripts/serve-catalogue.sh
+serve_catalogue "$tool" "$work/web.sqlite" "$work" test-web
 
 $py scripts/web_browser_check.py "$url" "$artefacts/page.png" "$work/chromium-profile"
 echo "test-web: passed (screenshot: $artefacts/page.png)"
