@@ -15,6 +15,7 @@ packages=(
   libsqlite3-dev libpq-dev   # the catalogue's databases: SQLite embedded, PostgreSQL's client
   postgresql postgresql-contrib  # a real server for the catalogue's tests (pg_trgm)
   sqlite3                    # the catalogue benchmark's baseline (.import and LIKE)
+  libcpp-httplib-dev libssl-dev nlohmann-json3-dev  # the catalogue's web server, HTTPS; JSON in its tests
 )
 
 # The Windows cross build and its tests under Wine, installed on their own
@@ -25,8 +26,13 @@ windows_packages=(
   googletest                  # GoogleTest sources, built for the target
   wine64                      # runs the .exe files
 )
+# The browser of the web page's test, installed on their own
+# (`install-deps.sh browser`, run by scripts/test-web.sh).
+browser_packages=(chromium chromium-driver python3-selenium)
 if [ "${1:-}" = windows ]; then
   packages=("${windows_packages[@]}")
+elif [ "${1:-}" = browser ]; then
+  packages=("${browser_packages[@]}")
 fi
 
 missing=()

@@ -15,7 +15,7 @@ cd "$(dirname "$0")/.."
 root=$PWD
 build=${NGI_BUILD_DIR:-build}
 [[ $build == /* ]] || build=$root/$build
-bins=("$build/src/app" "$build/tools/catalogue")
+bins=("$build/src/app" "$build/catalogue")
 for need in "${bins[0]}/NorvaGuestIndexer" "${bins[1]}/ngi-catalogue" iconv python3; do
   command -v "$need" >/dev/null || { echo "test-guide: skipped ($need is missing or not built)"; exit 0; }
 done

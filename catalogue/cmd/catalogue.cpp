@@ -107,6 +107,17 @@ const std::vector<TCommand>& Commands() {
         {"forget", RunForget, 1, 1, {{"db", true}},
          "Usage: ngi-catalogue forget RP [--db DB]\n"
          "Removes restore point RP and the versions that no other restore point holds.\n"},
+        {"serve", RunServe, 0, 0,
+         {{"db", true}, {"listen", true}, {"token-file", true}, {"tls-cert", true}, {"tls-key", true}},
+         "Usage: ngi-catalogue serve [--db DB] [--listen HOST:PORT] [--token-file FILE]\n"
+         "                          [--tls-cert FILE --tls-key FILE]\n"
+         "Serves a web page to search the catalogue, and its JSON API (/api/search,\n"
+         "/api/versions, /api/ls, /api/changes, /api/machines, /api/points), reading the\n"
+         "database read-only, until interrupted. --listen defaults to 127.0.0.1:8080\n"
+         "(port 0: any free port; the address is printed). On an address other than\n"
+         "the loopback it refuses to start without --token-file, whose first line is\n"
+         "the token requests must give (Authorization: Bearer TOKEN). --tls-cert and\n"
+         "--tls-key (PEM) serve HTTPS.\n"},
     };
     return commands;
 }
@@ -132,6 +143,7 @@ const char kToolUsage[] =
     "  changes --from RP --to RP       what changed between two restore points\n"
     "  machines, points [--machine M]  what the catalogue holds\n"
     "  forget RP                       remove a restore point\n"
+    "  serve [--listen HOST:PORT]      a web page and JSON API to search it\n"
     "--json gives one JSON object a line. --version prints the version.\n"
     "Exit codes: 0 done, 1 nothing found or a file invalid, 2 bad usage.\n";
 

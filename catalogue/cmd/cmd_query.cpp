@@ -2,73 +2,42 @@
 // changes, machines, points, and forget (db/catalogue_db.h). Each prints
 // text for people, or with --json one JSON object a line (answer_out.h).
 
-#include <charconv>
-
 #include "base/exc.h"
 #include "base/utf.h"
-#include "catalogue/cmd/answer_out.h"
 #include "catalogue/cmd/commands.h"
 #include "catalogue/db/catalogue_db.h"
+#include "catalogue/model/answer_out.h"
+#include "catalogue/model/query_params.h"
 #include "catalogue/model/values.h"
 
 namespace catalogue {
 
 namespace {
 
+// The command line's options as the parameters of a question.
+CQueryParams Params(const TArgs& args) {
+    return CQueryParams([&args](const std::string& name) { return args.Get(name); },
+                        [](const std::string& name) { return "--" + name; });
+}
+
+template <class Read>
+auto Usage(Read read) {
+    try {
+        return read();
+    } catch (const CBadParameter& e) {
+        throw CUsageError(e.what());
+    }
+}
+
 int64_t PointArg(const TArgs& args, const char* name) {
-    const std::string* text = args.Get(name);
-    if (!text) throw CUsageError(std::string("--") + name + " RP is needed");
-    int64_t id = 0;
-    const auto end = text->data() + text->size();
-    const auto [ptr, ec] = std::from_chars(text->data(), end, id);
-    if (ec != std::errc() || ptr != end || id <= 0)
-        throw CUsageError(std::string("--") + name + " '" + *text + "' is not a restore point id (see 'points')");
-    return id;
-}
-
-// An optional value parsed by `parse`; a text it refuses is bad usage.
-std::optional<uint64_t> ParsedArg(const TArgs& args, const char* name,
-                                  std::optional<uint64_t> (*parse)(std::string_view), const char* what) {
-    const std::string* text = args.Get(name);
-    if (!text) return std::nullopt;
-    const auto value = parse(*text);
-    if (!value) throw CUsageError(std::string("--") + name + " '" + *text + "' is not " + what);
-    return value;
-}
-
-std::optional<uint64_t> TimeArg(const TArgs& args, const char* name) {
-    return ParsedArg(args, name, ParseIsoTime, "a time (YYYY-MM-DD[Thh:mm[:ss]])");
-}
-
-std::optional<uint64_t> SizeArg(const TArgs& args, const char* name) { return ParsedArg(args, name, ParseSize, "a size"); }
-
-std::optional<std::u16string> TextArg(const TArgs& args, const char* name) {
-    const std::string* text = args.Get(name);
-    return text ? std::optional<std::u16string>(util::Utf8ToUtf16(*text)) : std::nullopt;
+    return Usage([&] { return Params(args).Point(name); });
 }
 
 TSearchFilter FilterArgs(const TArgs& args) {
-    TSearchFilter filter;
-    filter.machine = TextArg(args, "machine");
-    filter.volume = TextArg(args, "volume");
-    filter.owner = TextArg(args, "owner");
-    if (const std::string* type = args.Get("type")) {
-        if (*type == "f") filter.kind = EKind::kFile;
-        else if (*type == "d") filter.kind = EKind::kDir;
-        else if (*type == "l") filter.kind = EKind::kLink;
-        else throw CUsageError("--type '" + *type + "' is not f, d or l");
-    }
-    if (args.Has("at")) filter.fromPoint = filter.toPoint = PointArg(args, "at");
-    if (args.Has("from")) filter.fromPoint = PointArg(args, "from");
-    if (args.Has("to")) filter.toPoint = PointArg(args, "to");
-    filter.takenFrom = TimeArg(args, "taken-after");
-    filter.takenTo = TimeArg(args, "taken-before");
-    filter.minSize = SizeArg(args, "min-size");
-    filter.maxSize = SizeArg(args, "max-size");
-    filter.modifiedFrom = TimeArg(args, "newer");
-    filter.modifiedTo = TimeArg(args, "older");
-    return filter;
+    return Usage([&] { return Params(args).Filter(); });
 }
+
+std::optional<std::u16string> TextArg(const TArgs& args, const char* name) { return Params(args).Text(name); }
 
 int WriteVersions(const std::vector<TVersion>& list, const TArgs& args, TContext& ctx) {
     const bool json = args.Has("json");

@@ -38,6 +38,7 @@ int RunChanges(const TArgs& args, TContext& ctx);
 int RunMachines(const TArgs& args, TContext& ctx);
 int RunPoints(const TArgs& args, TContext& ctx);
 int RunForget(const TArgs& args, TContext& ctx);
+int RunServe(const TArgs& args, TContext& ctx);
 
 // The database that --db names, or the default one (DefaultDatabase);
 // `create` makes a SQLite file that is not there (ingest).

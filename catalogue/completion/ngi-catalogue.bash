@@ -19,18 +19,18 @@ _ngi_catalogue() {
     cur=${COMP_WORDS[COMP_CWORD]}
     prev=${COMP_WORDS[COMP_CWORD - 1]}
     command=${COMP_WORDS[1]}
-    local commands="check ls tree find export diff summary ingest search versions changes machines points forget"
+    local commands="check ls tree find export diff summary ingest search versions changes machines points forget serve"
     if ((COMP_CWORD == 1)); then
         COMPREPLY=($(compgen -W "$commands --help --version" -- "$cur"))
         return
     fi
     case $prev in
-        --db) COMPREPLY=($(compgen -f -- "$cur")); return ;;
+        --db | --token-file | --tls-cert | --tls-key) COMPREPLY=($(compgen -f -- "$cur")); return ;;
         --at | --from | --to) COMPREPLY=($(compgen -W "$(_ngi_catalogue_db_words points)" -- "$cur")); return ;;
         --machine) COMPREPLY=($(compgen -W "$(_ngi_catalogue_db_words machines)" -- "$cur")); return ;;
         --type) COMPREPLY=($(compgen -W "f d l" -- "$cur")); return ;;
         --format) COMPREPLY=($(compgen -W "csv jsonl" -- "$cur")); return ;;
-        --volume | --owner | --taken | --taken-after | --taken-before | --newer | --older | --min-size | --max-size | --depth)
+        --volume | --owner | --taken | --taken-after | --taken-before | --newer | --older | --min-size | --max-size | --depth | --listen)
             return ;;
     esac
     local options="--help"
@@ -47,6 +47,7 @@ _ngi_catalogue() {
         machines) options="--json --db --help" ;;
         points) options="--machine --json --db --help" ;;
         forget) options="--db --help" ;;
+        serve) options="--db --listen --token-file --tls-cert --tls-key --help" ;;
     esac
     if [[ $cur == -* ]]; then
         COMPREPLY=($(compgen -W "$options" -- "$cur"))

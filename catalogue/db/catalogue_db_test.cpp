@@ -9,8 +9,7 @@
 #include "catalogue/db/catalogue_db.h"
 #include "catalogue/testing/catalogue_test_util.h"
 #include "catalogue/testing/pg_server.h"
-#include "metafile/mtf_file_rw.h"
-#include "metafile/mtf_tree.h"
+#include "catalogue/testing/run_writer.h"
 
 using namespace cattest;
 
@@ -19,32 +18,6 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr uint64_t kT1 = Ft(1700000000), kT2 = Ft(1700086400);
-
-// A run folder: volume.C_.ifd built from the entries, and summary.txt.
-class CRun {
-public:
-    explicit CRun(const ngitest::CTempDir& root, const std::string& name) : m_Dir(root.Native() / name) {
-        fs::create_directories(m_Dir);
-    }
-    std::string Dir() const { return m_Dir.string(); }
-    template <class Fill>
-    void Write(Fill fill) {
-        {
-            ngitest::CTempDir scratch;
-            CIndexBuilder b(scratch, u"volume.C_.ifd");
-            fill(b);
-            fs::copy_file(b.Close(), m_Dir / "volume.C_.ifd", fs::copy_options::overwrite_existing);
-        }
-        auto file = metafile::CMtfFile::Open((m_Dir / "summary.txt").u16string(), metafile::EMtfCreateNewDetached);
-        file->SetAttribute(u"type", u"ifd");
-        file->SetAttribute(u"Volumes.0.MountPointName", u"C:");
-        file->SetAttribute(u"Volumes.0.DataFileName", u"volume.C_.ifd");
-        file->Save();
-    }
-
-private:
-    fs::path m_Dir;
-};
 
 // The first run, or (`later`) a day later: budget-2026 grew, Notes went, a
 // new file and folder came, the link points elsewhere, the rest is as it was.

@@ -73,6 +73,10 @@ private:
 // one)", so that a mistyped name is not an empty catalogue. The schema is
 // created or migrated (schema.h).
 std::unique_ptr<IConnection> OpenDatabase(const std::string& location, bool create = true);
+// The same for reading only (the web server): the SQLite file is opened
+// read-only, every PostgreSQL transaction is read-only; a write fails in
+// the database.
+std::unique_ptr<IConnection> OpenDatabaseReadOnly(const std::string& location);
 // The SQLite file used without --db: $NGI_CATALOGUE_DB when set, else
 // $XDG_DATA_HOME/ngi-catalogue/catalogue.sqlite, else
 // ~/.local/share/ngi-catalogue/catalogue.sqlite (its folder made).

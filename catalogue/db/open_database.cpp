@@ -1,6 +1,8 @@
 // OpenDatabase and DefaultDatabase: which implementation a --db value names.
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 
 #include "base/exc.h"
@@ -12,19 +14,27 @@
 
 namespace catalogue {
 
-std::unique_ptr<IConnection> OpenDatabase(const std::string& location, bool create) {
+namespace {
+
+std::unique_ptr<IConnection> Open(const std::string& location, bool create, bool readOnly) {
     std::unique_ptr<IConnection> db;
     if (location.rfind("postgresql://", 0) == 0 || location.rfind("postgres://", 0) == 0) {
-        db = std::make_unique<CPgConnection>(location);
+        db = std::make_unique<CPgConnection>(location, readOnly);
     } else {
         std::error_code ec;
         if (!create && !std::filesystem::exists(location, ec))
             throw CExc(util::Utf8ToUtf16("no catalogue at " + location + " (ingest makes one)"));
-        db = std::make_unique<CSqliteConnection>(location);
+        db = std::make_unique<CSqliteConnection>(location, readOnly);
     }
     EnsureSchema(*db);
     return db;
 }
+
+}  // namespace
+
+std::unique_ptr<IConnection> OpenDatabase(const std::string& location, bool create) { return Open(location, create, false); }
+
+std::unique_ptr<IConnection> OpenDatabaseReadOnly(const std::string& location) { return Open(location, false, true); }
 
 std::string DefaultDatabase() {
     if (const char* set = std::getenv("NGI_CATALOGUE_DB"); set && *set) return set;

@@ -4,7 +4,7 @@
 
 #include <gtest/gtest.h>
 
-#include "catalogue/cmd/answer_out.h"
+#include "catalogue/model/answer_out.h"
 #include "catalogue/db/catalogue_db.h"
 #include "catalogue/db/postgres/pg_connection.h"
 #include "catalogue/db/schema.h"

@@ -96,7 +96,7 @@ std::string NumberParameters(std::string_view sql) {
     return out;
 }
 
-CPgConnection::CPgConnection(const std::string& conninfo) : m_Name(conninfo) {
+CPgConnection::CPgConnection(const std::string& conninfo, bool readOnly) : m_Name(conninfo) {
     m_Conn = PQconnectdb(conninfo.c_str());
     if (PQstatus(m_Conn) != CONNECTION_OK) {
         std::string message = PQerrorMessage(m_Conn);
@@ -107,6 +107,7 @@ CPgConnection::CPgConnection(const std::string& conninfo) : m_Name(conninfo) {
     }
     PQsetNoticeProcessor(m_Conn, [](void*, const char*) {}, nullptr);
     Exec("SET client_min_messages = warning");
+    if (readOnly) Exec("SET default_transaction_read_only = on");
 }
 
 CPgConnection::~CPgConnection() { PQfinish(m_Conn); }

@@ -13,7 +13,8 @@ namespace catalogue {
 
 class CPgConnection : public IConnection {
 public:
-    explicit CPgConnection(const std::string& conninfo);
+    // readOnly: every transaction of the session is read-only.
+    explicit CPgConnection(const std::string& conninfo, bool readOnly = false);
     ~CPgConnection() override;
 
     EDialect Dialect() const override { return EDialect::kPostgres; }

@@ -52,13 +52,14 @@ private:
 
 }  // namespace
 
-CSqliteConnection::CSqliteConnection(const std::string& fileName) : m_Name(fileName) {
+CSqliteConnection::CSqliteConnection(const std::string& fileName, bool readOnly) : m_Name(fileName) {
     // No count of the library's memory: it takes a lock around every
     // allocation. Only possible before the library starts; later calls fail
     // harmlessly.
     static const int once = sqlite3_config(SQLITE_CONFIG_MEMSTATUS, 0);
     (void)once;
-    const int rc = sqlite3_open_v2(fileName.c_str(), &m_Db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE | SQLITE_OPEN_NOMUTEX, nullptr);
+    const int flags = readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE;
+    const int rc = sqlite3_open_v2(fileName.c_str(), &m_Db, flags | SQLITE_OPEN_NOMUTEX, nullptr);
     if (rc != SQLITE_OK) {
         const std::string message = m_Db ? sqlite3_errmsg(m_Db) : sqlite3_errstr(rc);
         sqlite3_close(m_Db);
@@ -68,7 +69,10 @@ CSqliteConnection::CSqliteConnection(const std::string& fileName) : m_Name(fileN
     sqlite3_busy_timeout(m_Db, 10000);
     // A catalogue is rebuilt from the indexes if lost: a crash may lose the
     // last transaction but never corrupt the file (journal, synchronous=NORMAL).
-    Exec("PRAGMA synchronous=NORMAL; PRAGMA cache_size=-262144; PRAGMA temp_store=MEMORY");
+    // A reader (the web server keeps several) takes a smaller page cache.
+    Exec(readOnly ? "PRAGMA synchronous=NORMAL; PRAGMA cache_size=-65536; PRAGMA temp_store=MEMORY"
+                  : "PRAGMA synchronous=NORMAL; PRAGMA cache_size=-262144; PRAGMA temp_store=MEMORY");
+    if (readOnly) Exec("PRAGMA query_only=1");
 }
 
 CSqliteConnection::~CSqliteConnection() { sqlite3_close_v2(m_Db); }

@@ -1,6 +1,6 @@
 #pragma once
 // catalogue::CSqliteConnection: IConnection over a SQLite file (libsqlite3).
-// The file is made when missing. A busy file is waited for up to 10 s (a
+// The file is made when missing, unless it is opened read-only. A busy file is waited for up to 10 s (a
 // second program ingesting). Statements are prepared once and kept by their
 // callers.
 
@@ -12,7 +12,7 @@ namespace catalogue {
 
 class CSqliteConnection : public IConnection {
 public:
-    explicit CSqliteConnection(const std::string& fileName);
+    explicit CSqliteConnection(const std::string& fileName, bool readOnly = false);
     ~CSqliteConnection() override;
 
     EDialect Dialect() const override { return EDialect::kSqlite; }

@@ -1,4 +1,4 @@
-#include "catalogue/cmd/answer_out.h"
+#include "catalogue/model/answer_out.h"
 
 #include "catalogue/model/values.h"
 

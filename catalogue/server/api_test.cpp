@@ -1,0 +1,188 @@
+// The web API over both back ends: its answers equal the command line's
+// --json lines for the same questions, page by page; its errors; and what
+// it must withstand (read-only access, SQL in parameters, odd characters).
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "base/exc.h"
+#include "catalogue/server/api.h"
+#include "catalogue/testing/catalogue_test_util.h"
+#include "catalogue/testing/pg_server.h"
+#include "catalogue/testing/web_fixture.h"
+
+using namespace cattest;
+using nlohmann::json;
+
+namespace {
+
+struct TBackEnd {
+    std::string db;
+    std::unique_ptr<catalogue::IConnection> connection;
+    std::unique_ptr<catalogue::CCatalogue> catalogue;
+};
+
+class WebApi : public ::testing::Test {
+protected:
+    // SQLite always; PostgreSQL where a server could be started.
+    std::vector<TBackEnd>& BackEnds() {
+        if (m_BackEnds.empty()) {
+            std::vector<std::string> dbs = {(m_Root.Native() / "web.sqlite").string()};
+            CPgServer& pg = CPgServer::Get();
+            if (pg.Conninfo().empty()) std::cout << "[ SKIPPED  ] the PostgreSQL half: " << pg.Why() << "\n";
+            else dbs.push_back(pg.NewDatabase());
+            for (size_t i = 0; i < dbs.size(); ++i) {
+                MakeWebCatalogue((m_Root.Native() / ("runs" + std::to_string(i))).string(), dbs[i]);
+                TBackEnd b{dbs[i], catalogue::OpenDatabaseReadOnly(dbs[i]), nullptr};
+                b.catalogue = std::make_unique<catalogue::CCatalogue>(*b.connection);
+                m_BackEnds.push_back(std::move(b));
+            }
+        }
+        return m_BackEnds;
+    }
+    ngitest::CTempDir m_Root;
+    std::vector<TBackEnd> m_BackEnds;
+};
+
+// Every page of the answer, its results joined.
+json AllPages(catalogue::CCatalogue& c, const std::string& question, catalogue::TApiParams params, size_t limit) {
+    json all = json::array();
+    params.emplace("limit", std::to_string(limit));
+    for (std::string after = "0";;) {
+        auto paged = params;
+        paged.emplace("after", after);
+        const auto answer = catalogue::AnswerApi(c, question, paged);
+        EXPECT_EQ(answer.status, 200) << question << ": " << answer.body;
+        const json page = json::parse(answer.body);
+        EXPECT_LE(page["results"].size(), limit);
+        for (const auto& r : page["results"]) all.push_back(r);
+        if (page["next"].is_null() || answer.status != 200) return all;
+        after = std::to_string(page["next"].get<size_t>());
+    }
+}
+
+TEST_F(WebApi, AnswersEqualTheCommandLinesJsonLines) {
+    struct {
+        std::string question;
+        catalogue::TApiParams params;
+        std::vector<std::string> words;
+    } cases[] = {
+        {"search", {{"q", "budget"}}, {"search", "budget"}},
+        {"search", {{"q", "budget"}, {"machine", "SRV-02"}}, {"search", "budget", "--machine", "SRV-02"}},
+        {"search", {{"q", "log_"}}, {"search", "log_"}},  // 250 files and their folder: three pages of 100
+        {"search", {{"q", "log_1*"}, {"min_size", "200"}, {"max_size", "220"}, {"type", "f"}},
+         {"search", "log_1*", "--min-size", "200", "--max-size", "220", "--type", "f"}},
+        {"search", {{"q", "*.xlsx"}, {"from", "2"}, {"to", "3"}, {"newer", "2026-01-06"}},
+         {"search", "*.xlsx", "--from", "2", "--to", "3", "--newer", "2026-01-06"}},
+        {"search", {{"q", "budget"}, {"owner", "corp\\ALICE"}, {"taken_after", "2026-01-06"}},
+         {"search", "budget", "--owner", "corp\\ALICE", "--taken-after", "2026-01-06"}},
+        {"search", {{"q", "\\users\\*\\documents\\*"}}, {"search", "\\users\\*\\documents\\*"}},
+        {"versions", {{"path", "C:\\Users\\alice\\Documents\\budget-2026.xlsx"}, {"machine", "pc-01"}},
+         {"versions", "C:\\Users\\alice\\Documents\\budget-2026.xlsx", "--machine", "pc-01"}},
+        {"ls", {{"machine", "pc-01"}, {"path", "\\Odd"}, {"at", "1"}}, {"ls", "\\Odd", "--at", "1"}},
+        {"ls", {{"machine", "pc-01"}, {"at", "2"}}, {"ls", "--at", "2"}},
+        {"changes", {{"machine", "pc-01"}, {"from", "1"}, {"to", "2"}}, {"changes", "--from", "1", "--to", "2"}},
+        {"machines", {}, {"machines"}},
+        {"points", {{"machine", "srv-02"}}, {"points", "--machine", "srv-02"}},
+        // Characters that mean something to SQL's LIKE, to quoting or to UTF-16.
+        {"search", {{"q", "100%"}}, {"search", "100%"}},
+        {"search", {{"q", "e_v"}}, {"search", "e_v"}},
+        {"search", {{"q", "it's \"quoted\""}}, {"search", "it's \"quoted\""}},
+        {"search", {{"q", "\xF0\x9F\x98\x80"}}, {"search", "\xF0\x9F\x98\x80"}},
+        {"search", {{"q", "damaged"}}, {"search", "damaged"}},
+        {"search", {{"q", "damaged \xEF\xBF\xBD name"}}, {"search", "damaged \xEF\xBF\xBD name"}},
+    };
+    for (auto& b : BackEnds()) {
+        for (const auto& c : cases) {
+            std::vector<std::string> words = c.words;
+            words.insert(words.end(), {"--json", "--db", b.db});
+            const TRun run = RunTool(words);
+            ASSERT_EQ(run.code, 0) << run.err;
+            json lines = json::array();
+            for (const auto& line : Lines(run.out)) lines.push_back(json::parse(line));
+            EXPECT_EQ(AllPages(*b.catalogue, c.question, c.params, 100), lines) << b.db << " " << c.words[1];
+            EXPECT_EQ(AllPages(*b.catalogue, c.question, c.params, 1000), lines) << b.db << " " << c.words[1];
+        }
+        // The odd names are found and shown as stored: a lone surrogate as U+FFFD
+        // (the ingest stores it so), found by U+FFFD too (above).
+        const json odd = AllPages(*b.catalogue, "search", {{"q", "damaged"}}, 10);
+        ASSERT_EQ(odd.size(), 1u);
+        EXPECT_EQ(odd[0]["path"], "\\Odd\\damaged \xEF\xBF\xBD name.txt");
+        EXPECT_EQ(AllPages(*b.catalogue, "search", {{"q", "\xF0\x9F\x98\x80"}}, 10)[0]["path"],
+                  "\\Odd\\photo \xF0\x9F\x98\x80 beach.jpg");
+        EXPECT_EQ(AllPages(*b.catalogue, "search", {{"q", "100%"}}, 10).size(), 1u);
+    }
+}
+
+TEST_F(WebApi, RefusesBadQuestionsWithTheRightStatus) {
+    const std::string longText(3000, 'a');
+    struct {
+        std::string question;
+        catalogue::TApiParams params;
+        int status;
+        std::string says;
+    } cases[] = {
+        {"search", {}, 400, "q is needed"},
+        {"search", {{"q", "x"}, {"limit", "1001"}}, 400, "limit must be 1 to 1000"},
+        {"search", {{"q", "x"}, {"limit", "0"}}, 400, "limit must be"},
+        {"search", {{"q", "budget"}, {"after", "-1"}}, 400, "after '-1' is not a number"},
+        {"search", {{"q", "budget"}, {"after", "99"}}, 400, "past the last result"},
+        {"search", {{"q", "x"}, {"min-size", "1"}}, 400, "unknown parameter 'min-size'"},
+        {"search", {{"q", "x"}, {"bogus", "1"}}, 400, "unknown parameter 'bogus'"},
+        {"search", {{"q", "x"}, {"q", "y"}}, 400, "q is given twice"},
+        {"search", {{"q", longText}}, 400, "longer than 2048 bytes"},
+        {"search", {{"q", "x"}, {"min_size", "lots"}}, 400, "min_size 'lots' is not a size"},
+        {"search", {{"q", "x"}, {"newer", "yesterday"}}, 400, "newer 'yesterday' is not a time"},
+        {"search", {{"q", "x"}, {"at", "0"}}, 400, "at '0' is not a restore point id"},
+        {"search", {{"q", "x"}, {"machine", "nobody"}}, 404, "no machine nobody"},
+        {"search", {{"q", "x"}, {"at", "9"}}, 404, "no restore point 9"},
+        {"versions", {{"path", "\\nowhere.txt"}}, 404, "no entry \\nowhere.txt"},
+        {"ls", {{"machine", "pc-01"}}, 400, "at RP is needed"},
+        {"ls", {{"machine", "pc-01"}, {"at", "3"}}, 404, "restore point 3 is not one of pc-01's"},
+        {"ls", {{"machine", "pc-01"}, {"at", "1"}, {"path", "\\Shares"}}, 404, "has no folder"},
+        {"changes", {{"machine", "pc-01"}, {"from", "1"}, {"to", "9"}}, 404, "no restore point 9"},
+        {"changes", {{"machine", "pc-01"}, {"from", "1"}, {"to", "3"}}, 404, "not one of pc-01's"},
+        {"tables", {}, 404, "no question /api/tables"},
+        // Invalid UTF-8 in a parameter is quoted back as valid UTF-8.
+        {"search", {{"q", "x"}, {"volume\xFF", "C:"}}, 400, "unknown parameter 'volume\xEF\xBF\xBD'"},
+    };
+    for (auto& b : BackEnds()) {
+        for (const auto& c : cases) {
+            const auto answer = catalogue::AnswerApi(*b.catalogue, c.question, c.params);
+            EXPECT_EQ(answer.status, c.status) << c.question << ": " << answer.body;
+            const json body = json::parse(answer.body);  // throws on anything but JSON
+            EXPECT_NE(body.value("error", "").find(c.says), std::string::npos) << answer.body;
+        }
+    }
+}
+
+// The server's connections cannot write, and request text is never SQL.
+TEST_F(WebApi, ReadsOnlyAndTakesParametersAsText) {
+    for (auto& b : BackEnds()) {
+        const char* injections[] = {"x' OR '1'='1", "'; DELETE FROM versions; --", "\\' OR 1=1 --", "%' --"};
+        for (const char* text : injections) {
+            for (const char* name : {"q", "machine", "owner", "volume"}) {
+                catalogue::TApiParams params = {{"q", "budget"}};
+                params.erase(name);
+                params.emplace(name, text);
+                const auto answer = catalogue::AnswerApi(*b.catalogue, "search", params);
+                EXPECT_TRUE(answer.status == 200 || answer.status == 404) << name << "=" << text << ": " << answer.body;
+                if (answer.status == 200) {
+                    EXPECT_EQ(json::parse(answer.body)["results"].size(), 0u) << text;
+                }
+            }
+        }
+        EXPECT_THROW(b.connection->Exec("DELETE FROM versions"), CExc) << b.db;
+        EXPECT_THROW(b.connection->Exec("CREATE TABLE mine(x INTEGER)"), CExc) << b.db;
+        auto count = b.connection->Prepare("SELECT count(*) FROM versions");
+        ASSERT_TRUE(count->Step());
+        EXPECT_GT(count->Int(0), 250);
+    }
+    // A SQLite file that is not there is not made.
+    EXPECT_THROW(catalogue::OpenDatabaseReadOnly((m_Root.Native() / "none.sqlite").string()),
+                 CExc);
+    EXPECT_FALSE(std::filesystem::exists(m_Root.Native() / "none.sqlite"));
+}
+
+}  // namespace
