@@ -1,5 +1,6 @@
 #include "diag/settings.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "platform/registry.h"
@@ -20,6 +21,12 @@ bool ReadBool(std::u16string_view name, bool defaultValue) {
 }
 
 }  // namespace
+
+uint32_t GetReadAheadDepth() { return ReadDword(u"IndexerReadAheadDepth", kDefaultReadAheadDepth); }
+uint32_t GetReadAheadKiB() {
+    return std::clamp<uint32_t>(ReadDword(u"IndexerReadAheadKiB", kDefaultReadAheadKiB), 256, 16384);
+}
+bool IsDirectIoForImages() { return ReadBool(u"IndexerDirectIoImages", false); }
 
 uint32_t GetMaxNestedFolders() { return ReadDword(u"IndexerMaxNestedFolders", 0); }
 bool IsSkipReparsePoints() { return ReadBool(u"IndexerSkipReparsePoints", false); }

@@ -33,4 +33,18 @@ uint32_t GetMiniDumpModeMask();
 // default empty.
 std::u16string GetSqlTempLogPath();
 
+// IndexerReadAheadDepth: requests of the $MFT read ahead in flight during
+// the NTFS main loop; 0 reads nothing ahead. Default kDefaultReadAheadDepth.
+uint32_t GetReadAheadDepth();
+// IndexerReadAheadKiB: the bytes of one such request, in KiB, from 256 (one
+// block) to 16384. Default kDefaultReadAheadKiB.
+uint32_t GetReadAheadKiB();
+// IndexerDirectIoImages: an image file named as a volume or shadow is read
+// unbuffered too (O_DIRECT), as a block device always is; Linux only;
+// default false.
+bool IsDirectIoForImages();
+
+inline constexpr uint32_t kDefaultReadAheadDepth = 8;
+inline constexpr uint32_t kDefaultReadAheadKiB = 1024;
+
 }  // namespace settings

@@ -2,6 +2,7 @@
 
 #include "base/format.h"
 #include "diag/log.h"
+#include "diag/settings.h"
 #include "platform/console.h"
 
 namespace indexer::fast_ntfs_indexer {
@@ -11,6 +12,13 @@ namespace {
 constexpr char16_t kIndexVolume[] = u"indexer::fast_ntfs_indexer::CVolumeNTFSIndexer::IndexVolume";
 
 void Console(std::u16string_view text) { platform::WriteStdOut(text); }
+
+CBlockReadAhead::TTuning DefaultReadAhead() {
+    CBlockReadAhead::TTuning tuning;
+    tuning.depth = settings::GetReadAheadDepth();
+    tuning.requestBytes = settings::GetReadAheadKiB() << 10;
+    return tuning;
+}
 
 }  // namespace
 
@@ -53,6 +61,7 @@ void CVolumeNTFSIndexer::IndexVolume(platform::NativeHandle handle, const CIndex
         if (count <= kFirstUserFrn)
             throw CExc(u"%1 fail! Files too little. FileRecordCount=0x%2.", kIndexVolume, util::Hex16(count));
         log.Info(u"$MFT file records count: %1.", util::ToStrU64(count));
+        volume.StartReadAhead(current, m_ReadAhead ? *m_ReadAhead : DefaultReadAhead());
         while (current < count) {
             try {
                 // current < count, so current * 100 can't pass 64 bits for
@@ -81,6 +90,7 @@ void CVolumeNTFSIndexer::IndexVolume(platform::NativeHandle handle, const CIndex
                 throw;
             }
         }
+        volume.StopReadAhead();
         Console(u"100%");
         log.Info(u"100%");
         if (m_InvalidRecords != 0) {

@@ -18,12 +18,14 @@
 // call fills in) and the base, which it has opened with owner row 0 and
 // closes afterwards. One thread.
 
+#include <optional>
 #include <string>
 
 #include "fast/fast_ntfs_processor.h"
 #include "inputs/inc_exc_node.h"
 #include "inputs/volume_info.h"
 #include "platform/file.h"
+#include "store/block_read_ahead.h"
 #include "store/index_base.h"
 
 namespace indexer::fast_ntfs_indexer {
@@ -36,11 +38,16 @@ public:
     void IndexVolume(platform::NativeHandle volume, const CIndexingVolumeInfo& description,
                      const std::u16string& originalVolumeName, CIncExcNode& filterRoot, CIndexBase& base);
 
+    // How the main loop reads the $MFT ahead; by default from the settings
+    // (settings::GetReadAheadDepth, GetReadAheadKiB).
+    void SetReadAhead(const CBlockReadAhead::TTuning& tuning) { m_ReadAhead = tuning; }
+
     // The records the last IndexVolume could not read.
     uint64_t GetInvalidRecordCount() const { return m_InvalidRecords; }
 
 private:
     TProcessorServices m_Services;
+    std::optional<CBlockReadAhead::TTuning> m_ReadAhead;
     uint64_t m_InvalidRecords = 0;
 };
 
