@@ -19,6 +19,9 @@
 #   fio      fio direct, queue depth 8, 1 MiB blocks, over the same runs:
 #            the device's bandwidth, the floor
 #   icat     icat <device> 0, cold
+#   and the pipeline alone (fast_bench) with each way of reading ahead:
+#   io_uring at several depths and request sizes, the synchronous queue,
+#   block by block (NGI_BENCH_MECHANISMS, "depth:KiB:async" items)
 #
 # then the same over storage with latency: nbdkit's delay filter serving the
 # image through nbdfuse (a FUSE file; every read waits NGI_BENCH_DELAYS
@@ -50,7 +53,7 @@ done
 
 build=${NGI_BUILD_DIR:-build}
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
-cmake --build "$build" -j2 --target NorvaGuestIndexer >/dev/null
+cmake --build "$build" -j2 --target NorvaGuestIndexer fast_bench >/dev/null
 
 source scripts/bench-io-images.sh
 mkdir -p "$bench"
@@ -131,13 +134,9 @@ PY
 instance=$work/instance
 mkdir -p "$instance" "$work/e"
 cp "$build/src/app/NorvaGuestIndexer" "$instance/"
-filter() {
-  local file=$1
-  shift
-  { printf '\xff\xfe'; printf '%s\r\n' "$@" | iconv -f UTF-8 -t UTF-16LE; } > "$file"
-}
-filter "$instance/NorvaGuestIndexer.inc.filter" 'E:\'
-filter "$instance/NorvaGuestIndexer.exc.filter"
+# The filters, UTF-16LE with its mark: include E:\ (the whole volume), exclude nothing.
+printf '\xff\xfeE\0:\0\\\0\r\0\n\0' > "$instance/NorvaGuestIndexer.inc.filter"
+printf '\xff\xfe' > "$instance/NorvaGuestIndexer.exc.filter"
 # program DEVICE DEPTH DIRECT_IMAGES: one run, "seconds peak_kib".
 program() {
   cat > "$work/registry.reg" <<EOF
@@ -238,7 +237,20 @@ print("  icat    %7.3f s" % icat)
 PY
 }
 
+# mechanisms DEVICE: the pipeline alone (fast_bench), unbuffered and cold,
+# with each way of reading ahead: "depth:KiB:async" (async 0: the
+# synchronous queue, one request at a time), 0 for block by block.
+mechanisms() {
+  local cfg
+  for cfg in ${NGI_BENCH_MECHANISMS:-0:1024:1 8:1024:0 4:1024:1 8:1024:1 16:1024:1 8:256:1 4:4096:1}; do
+    read -r t peak <<<"$(cold_run "rm -rf '$work/fb'; mkdir -p '$work/fb'; NGI_BENCH_DIRECT=1 NGI_BENCH_READ=$cfg '$build/src/fast/fast_bench' '$1' '$work/fb' 2>/dev/null >/dev/null")"
+    printf '  pipeline, read-ahead %-10s %7.3f s  peak %.1f MiB\n' "$cfg" "$t" "$(awk -v k="$peak" 'BEGIN { print k / 1024 }')"
+  done
+}
+
 measure "loop device, direct I/O, cold:" "$dev" 0
+echo "loop device, the ways of reading ahead (depth:KiB:async), cold:"
+mechanisms "$dev"
 
 # Storage with latency: nbdkit serves the image, each read delayed.
 for ms in $delays; do
@@ -248,6 +260,10 @@ for ms in $delays; do
   for _ in $(seq 100); do [ -e "$fuse_mnt/nbd" ] && break; sleep 0.1; done
   [ -e "$fuse_mnt/nbd" ] || { echo "bench-io: nbdfuse did not start"; exit 1; }
   measure "nbdkit delay ${ms} ms a read, through FUSE, direct I/O, cold:" "$fuse_mnt/nbd" 1
+  if [ "$ms" = "${delays##* }" ]; then
+    echo "nbdkit delay ${ms} ms, the ways of reading ahead (depth:KiB:async), cold:"
+    mechanisms "$fuse_mnt/nbd"
+  fi
   fusermount3 -u "$fuse_mnt" 2>/dev/null || umount "$fuse_mnt"
   wait || true
   fuse_mnt=""

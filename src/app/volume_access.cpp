@@ -44,12 +44,12 @@ platform::CHandle OpenVolume(std::u16string_view name) {
     return h;
 }
 
-uint32_t GetVolumeFileSystemType(platform::NativeHandle volume) {
+uint32_t GetVolumeFileSystemType(platform::NativeHandle volume, uint32_t* sectorSize) {
     CHandleSource source(volume);
-    return GetVolumeFileSystemType(source);
+    return GetVolumeFileSystemType(source, sectorSize);
 }
 
-uint32_t GetVolumeFileSystemType(IBootSectorSource& source) {
+uint32_t GetVolumeFileSystemType(IBootSectorSource& source, uint32_t* sectorSize) {
     // One buffer for every round, at a sector boundary, so that an
     // unbuffered handle fails or succeeds by the size alone.
     std::unique_ptr<uint8_t[], write_collector_types::TAlignedFree> sector(static_cast<uint8_t*>(
@@ -67,6 +67,7 @@ uint32_t GetVolumeFileSystemType(IBootSectorSource& source) {
         if (size >= kLastSectorSize) throw CWin32Exc(u"Cannot read boot sector from volume!");
     }
     GetLog().Detail(u"Boot sector was read with sector size %1 bytes.", util::ToStrU64(size));
+    if (sectorSize) *sectorSize = size;
     const uint8_t* oem = sector.get() + 3;
     if (std::memcmp(oem, "NTFS    ", 8) == 0) return kFsTypeNtfs;
     if (std::memcmp(oem, "ReFS", 4) == 0) return kFsTypeReFS;

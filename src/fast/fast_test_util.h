@@ -3,6 +3,7 @@
 // and reads the result back as path sets; the Sleuth Kit's listing and
 // libfsntfs's records in the same form.
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -89,6 +90,26 @@ inline TIndexContent ReadIndex(const fs::path& file, bool withPaths = true) {
         c.Reparses.emplace_back(SlashPath(reader.GetDirPath(row.m_ParentId)), U8(row.m_Name), U8(row.m_Substitute));
     });
     return c;
+}
+
+// An NTFS image of the tests: a fixture or a shared sample, gzipped.
+struct TImage {
+    std::string Name;
+    fs::path Gz;
+};
+
+inline void PrintTo(const TImage& image, std::ostream* os) { *os << image.Name; }
+
+// Every fixture image and shared sample, by name.
+inline std::vector<TImage> AllImages() {
+    std::vector<TImage> images;
+    for (const fs::path& folder : {ngitest::ntfs::SourceDir() / "fixtures" / "ntfs", ngitest::ntfs::SamplesDir()}) {
+        std::error_code ec;
+        for (const auto& e : fs::directory_iterator(folder, ec))
+            if (e.path().extension() == ".gz") images.push_back({e.path().stem().stem().string(), e.path()});
+    }
+    std::sort(images.begin(), images.end(), [](const TImage& a, const TImage& b) { return a.Name < b.Name; });
+    return images;
 }
 
 // Indexes `image` as volume "C:" with the filter tree `root` into a fresh

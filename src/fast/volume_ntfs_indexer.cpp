@@ -4,6 +4,7 @@
 #include "diag/log.h"
 #include "diag/settings.h"
 #include "platform/console.h"
+#include "platform/volume_io.h"
 
 namespace indexer::fast_ntfs_indexer {
 
@@ -13,9 +14,12 @@ constexpr char16_t kIndexVolume[] = u"indexer::fast_ntfs_indexer::CVolumeNTFSInd
 
 void Console(std::u16string_view text) { platform::WriteStdOut(text); }
 
-CBlockReadAhead::TTuning DefaultReadAhead() {
+// Only a handle that reads past the system's cache gains from reading ahead:
+// through the cache the system reads ahead itself, and blocks read early
+// leave the processor's cache before they are parsed (measured slower warm).
+CBlockReadAhead::TTuning DefaultReadAhead(platform::NativeHandle handle) {
     CBlockReadAhead::TTuning tuning;
-    tuning.depth = settings::GetReadAheadDepth();
+    tuning.depth = platform::ReadsBypassCache(handle) ? settings::GetReadAheadDepth() : 0;
     tuning.requestBytes = settings::GetReadAheadKiB() << 10;
     return tuning;
 }
@@ -29,7 +33,7 @@ void CVolumeNTFSIndexer::IndexVolume(platform::NativeHandle handle, const CIndex
     CLogBlock outer(log, u"Execute NTFS parsing algorithm");
     m_InvalidRecords = 0;
     CNtfsVolume volume;
-    volume.InitMftInfo(handle);
+    volume.InitMftInfo(handle, m_SectorSize);
     const uint64_t count = volume.GetFileRecordCount();
     auto index = std::make_shared<CNtfsIndex>(&volume);
     auto attributes = std::make_shared<CNtfsAttributes>(&volume);
@@ -61,7 +65,7 @@ void CVolumeNTFSIndexer::IndexVolume(platform::NativeHandle handle, const CIndex
         if (count <= kFirstUserFrn)
             throw CExc(u"%1 fail! Files too little. FileRecordCount=0x%2.", kIndexVolume, util::Hex16(count));
         log.Info(u"$MFT file records count: %1.", util::ToStrU64(count));
-        volume.StartReadAhead(current, m_ReadAhead ? *m_ReadAhead : DefaultReadAhead());
+        volume.StartReadAhead(current, m_ReadAhead ? *m_ReadAhead : DefaultReadAhead(handle));
         while (current < count) {
             try {
                 // current < count, so current * 100 can't pass 64 bits for

@@ -38,9 +38,16 @@ public:
     void IndexVolume(platform::NativeHandle volume, const CIndexingVolumeInfo& description,
                      const std::u16string& originalVolumeName, CIncExcNode& filterRoot, CIndexBase& base);
 
-    // How the main loop reads the $MFT ahead; by default from the settings
-    // (settings::GetReadAheadDepth, GetReadAheadKiB).
+    // How the main loop reads the $MFT ahead. By default from the settings
+    // (settings::GetReadAheadDepth, GetReadAheadKiB) on a handle that reads
+    // past the system's cache (platform::ReadsBypassCache), and not at all
+    // through the cache.
     void SetReadAhead(const CBlockReadAhead::TTuning& tuning) { m_ReadAhead = tuning; }
+
+    // The volume's sector size as the caller learnt it (the boot sector's
+    // probe), for volumes whose handle does not name one (see
+    // CNtfsVolume::InitMftInfo); 0 for none.
+    void SetSectorSize(uint32_t bytes) { m_SectorSize = bytes; }
 
     // The records the last IndexVolume could not read.
     uint64_t GetInvalidRecordCount() const { return m_InvalidRecords; }
@@ -48,6 +55,7 @@ public:
 private:
     TProcessorServices m_Services;
     std::optional<CBlockReadAhead::TTuning> m_ReadAhead;
+    uint32_t m_SectorSize = 0;
     uint64_t m_InvalidRecords = 0;
 };
 

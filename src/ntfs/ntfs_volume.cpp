@@ -76,10 +76,11 @@ void ParseBootSector(const uint8_t* sector, TVolumeGeometry& geometry, uint64_t&
     volumeSize = size;
 }
 
-uint64_t CNtfsVolume::InitMftInfo(platform::NativeHandle volume) {
+uint64_t CNtfsVolume::InitMftInfo(platform::NativeHandle volume, uint32_t sectorSize) {
     CLogBlock block(GetLog(), u"Mft info initialize");
     m_Cache.SetCacheProps(kCacheBlockShift, 32);
-    m_Cache.SetReadAlignment(platform::GetReadAlignment(volume));
+    const uint32_t alignment = platform::GetReadAlignment(volume);
+    m_Cache.SetReadAlignment(alignment != 0 ? alignment : sectorSize);
     m_Cache.OpenForReadByHandle(volume);
     m_Handle = volume;
     m_FileRecordCount = 0;

@@ -66,7 +66,10 @@ public:
     // the $MFT $DATA stream's size in records, or the VCN behind its last run
     // in records when the runs end first. Log block "Mft
     // info initialize". REQUIRES: called once, first.
-    uint64_t InitMftInfo(platform::NativeHandle volume);
+    // Every read keeps to the handle's sector size (platform::
+    // GetReadAlignment), or where the system names none to `sectorSize`
+    // (0: no rule).
+    uint64_t InitMftInfo(platform::NativeHandle volume, uint32_t sectorSize = 0);
 
     const TVolumeGeometry& GetVolumeGeometry() const { return m_Geometry; }
     uint64_t GetFileRecordCount() const { return m_FileRecordCount; }

@@ -43,6 +43,10 @@ bool UseDirectIo(NativeHandle h, bool imageFilesToo);
 // IOCTL_STORAGE_QUERY_PROPERTY; 0 where that is not answered (Wine, files).
 uint32_t GetReadAlignment(NativeHandle h);
 
+// Whether reads of the handle bypass the system's cache: POSIX, an O_DIRECT
+// handle; Windows, a volume or device handle (not a file).
+bool ReadsBypassCache(NativeHandle h);
+
 // Enables a privilege ("SeBackupPrivilege") on the process token.
 // Errors: 1313 an unknown privilege name; 1300 the token does not hold it.
 // POSIX: reading is governed by file permissions, not privileges; true.

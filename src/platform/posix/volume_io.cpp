@@ -64,6 +64,11 @@ uint32_t GetReadAlignment(NativeHandle h) {
     return 4096;
 }
 
+bool ReadsBypassCache(NativeHandle h) {
+    const int flags = ::fcntl(static_cast<int>(h), F_GETFL);
+    return flags >= 0 && (flags & O_DIRECT) != 0;
+}
+
 bool EnableProcessPrivilege(std::u16string_view) { return true; }
 
 }  // namespace platform

@@ -57,6 +57,12 @@ uint32_t GetReadAlignment(NativeHandle h) {
     return alignment.BytesPerLogicalSector;
 }
 
+bool ReadsBypassCache(NativeHandle h) {
+    // A file has a size; a volume handle has none, and reads past the cache.
+    LARGE_INTEGER size;
+    return !(::GetFileType(ToHandle(h)) == FILE_TYPE_DISK && ::GetFileSizeEx(ToHandle(h), &size));
+}
+
 bool EnableProcessPrivilege(std::u16string_view name) {
     LUID luid;
     if (!::LookupPrivilegeValueW(nullptr, win32::ToWide(name).c_str(), &luid)) return false;
