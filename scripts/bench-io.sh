@@ -36,7 +36,8 @@
 # nbdkit and nbdfuse; skips cleanly (exit 0) without them. NGI_BUILD_DIR
 # (default build) names the build folder; NGI_BENCH_DEPTH and NGI_BENCH_KIB
 # set the program's read-ahead (IndexerReadAheadDepth, IndexerReadAheadKiB;
-# default 8 and 1024).
+# default 8 and 1024); NGI_BENCH_PARTS picks parts (default "loop delay
+# warm deleted").
 set -euo pipefail
 cd "$(dirname "$0")/.."
 export PATH=$PATH:/usr/sbin:/sbin
@@ -248,11 +249,17 @@ mechanisms() {
   done
 }
 
-measure "loop device, direct I/O, cold:" "$dev" 0
-echo "loop device, the ways of reading ahead (depth:KiB:async), cold:"
-mechanisms "$dev"
+parts=${NGI_BENCH_PARTS:-loop delay warm deleted}
+want() { [[ " $parts " == *" $1 "* ]]; }
+
+if want loop; then
+  measure "loop device, direct I/O, cold:" "$dev" 0
+  echo "loop device, the ways of reading ahead (depth:KiB:async), cold:"
+  mechanisms "$dev"
+fi
 
 # Storage with latency: nbdkit serves the image, each read delayed.
+want delay || delays=""
 for ms in $delays; do
   fuse_mnt=$work/fuse
   mkdir -p "$fuse_mnt"
@@ -269,6 +276,7 @@ for ms in $delays; do
   fuse_mnt=""
 done
 
+if want warm; then
 # Warm: the image file in the page cache, read through it.
 cat "$image" > /dev/null
 program "$image" "${NGI_BENCH_DEPTH:-8}" 0 > /dev/null
@@ -282,7 +290,9 @@ print("warm page cache, image file, best of three:")
 print("  prog %.3f s  prog-0 %.3f s  icat %.3f s  prog / icat %.2f (target <= 1.35)  prog-0 / icat %.2f" %
       (warm, warm0, icat, warm / icat, warm0 / icat))
 PY
+fi
 
+if want deleted; then
 # The deleted image: what the program reads of the device, and how fast.
 mft_extents "$deleted" > "$work/extents-deleted"
 del_mft=$(awk '{ s += $2 } END { print s }' "$work/extents-deleted")
@@ -301,4 +311,5 @@ print("  prog read %.1f MiB of the device, $MFT %.1f MiB: %.1f %% (target <= 20 
       (read / 1048576, mft / 1048576, 100.0 * read / mft))
 print("  prog %.3f s  icat %.3f s  icat / prog %.2f (target >= 3)" % (prog, icat, icat / prog))
 PY
+fi
 echo "bench-io: cold runs: $cold; $(uptime)"
