@@ -46,8 +46,10 @@ bench=${NGI_BENCH_DIR:-/tmp/ngi-bench-io}
 delays=${NGI_BENCH_DELAYS:-0 1 2}
 image=$bench/ntfs-$files.img
 deleted=$bench/ntfs-$files-deleted.img
+# Debian's packages: ntfs-3g, sleuthkit, fio, nbdkit, libnbd-bin.
 for tool in mkntfs ntfs-3g python3 icat fio losetup nbdkit nbdfuse; do
-  command -v "$tool" >/dev/null || { echo "bench-io: $tool missing, skipped"; exit 0; }
+  command -v "$tool" >/dev/null ||
+    { echo "bench-io: $tool missing (apt-get install ntfs-3g sleuthkit fio nbdkit libnbd-bin), skipped"; exit 0; }
 done
 [ "$(id -u)" = 0 ] || { echo "bench-io: needs root (loop devices), skipped"; exit 0; }
 [ -c /dev/fuse ] || { echo "bench-io: no /dev/fuse, skipped"; exit 0; }
@@ -140,20 +142,12 @@ printf '\xff\xfeE\0:\0\\\0\r\0\n\0' > "$instance/NorvaGuestIndexer.inc.filter"
 printf '\xff\xfe' > "$instance/NorvaGuestIndexer.exc.filter"
 # program DEVICE DEPTH DIRECT_IMAGES: one run, "seconds peak_kib".
 program() {
-  cat > "$work/registry.reg" <<EOF
-Windows Registry Editor Version 5.00
-
-[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\E]
-"MountPoints"="E:"
-"VolumeName"="{5a4d1e2c-0000-4c00-8000-00000000000e}"
-"Folder"="$work/e"
-"Device"="$1"
-
-[HKEY_LOCAL_MACHINE\\SOFTWARE\\NorvA\\Norva Archive and Mirror]
-"IndexerReadAheadDepth"=dword:$(printf %08x "$2")
-"IndexerDirectIoImages"=dword:$(printf %08x "$3")
-"IndexerReadAheadKiB"=dword:$(printf %08x "${NGI_BENCH_KIB:-1024}")
-EOF
+  printf '%s\r\n' 'Windows Registry Editor Version 5.00' '' \
+    '[HKEY_LOCAL_MACHINE\SYSTEM\VolumeTable\Volumes\E]' '"MountPoints"="E:"' \
+    '"VolumeName"="{5a4d1e2c-0000-4c00-8000-00000000000e}"' "\"Folder\"=\"$work/e\"" "\"Device\"=\"$1\"" '' \
+    '[HKEY_LOCAL_MACHINE\SOFTWARE\NorvA\Norva Archive and Mirror]' \
+    "\"IndexerReadAheadDepth\"=dword:$(printf %08x "$2")" "\"IndexerDirectIoImages\"=dword:$(printf %08x "$3")" \
+    "\"IndexerReadAheadKiB\"=dword:$(printf %08x "${NGI_BENCH_KIB:-1024}")" > "$work/registry.reg"
   cat > "$instance/NorvaGuestIndexer.SnapshotMapping.xml" <<EOF
 <?xml version="1.0"?>
 <ShadowsList>

@@ -166,14 +166,11 @@ mapping "$image" >"$ntfs/linux/bin/NorvaGuestIndexer.SnapshotMapping.xml"
 # empty: the shadow is what is read).
 printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\Z]\r\n"MountPoints"="Z:"\r\n"VolumeName"="{00000000-0000-0000-0000-00000000005a}"\r\n"Folder"="%s"\r\n' \
   "$ntfs/linux/z" >"$ntfs/linux/registry.reg"
-set +e
-"$wine" "$ntfs/win/bin/NorvaGuestIndexer.exe" -log "$(winpath "$ntfs/win/log")" -opt yes \
-  "$(winpath "$ntfs/win/out")" >"$ntfs/win/stdout" 2>"$ntfs/win/stderr"
-rc_win=$?
-NGI_REGISTRY_FILE=$ntfs/linux/registry.reg NGI_LOCK_DIR=$ntfs/linux/locks "$ntfs/linux/bin/NorvaGuestIndexer" \
-  -log "$ntfs/linux/log" -opt yes "$ntfs/linux/out" >"$ntfs/linux/stdout" 2>"$ntfs/linux/stderr"
-rc_linux=$?
-set -e
+# Runs both builds on their mappings; their exit codes in rc_win, rc_linux.
+run_both() {
+  run_both
+}
+run_both
 for side in win linux; do
   out=$ntfs/$side/out
   side_log=$(cat "$ntfs/$side"/log/*.log 2>/dev/null | iconv -f UTF-16LE -t UTF-8 | tr -d '\r' || true)
