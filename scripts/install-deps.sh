@@ -7,6 +7,7 @@ packages=(
   cmake g++ make pkg-config
   libgtest-dev libgmock-dev
   libxml2-dev
+  liburing-dev               # reads of a volume in flight together
   clang libclang-rt-14-dev   # libFuzzer targets
   ntfs-3g attr fuse3         # building NTFS fixture volumes
   python3 gzip               # NTFS fixture script and fuzz seeds

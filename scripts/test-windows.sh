@@ -166,14 +166,11 @@ mapping "$image" >"$ntfs/linux/bin/NorvaGuestIndexer.SnapshotMapping.xml"
 # empty: the shadow is what is read).
 printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\Z]\r\n"MountPoints"="Z:"\r\n"VolumeName"="{00000000-0000-0000-0000-00000000005a}"\r\n"Folder"="%s"\r\n' \
   "$ntfs/linux/z" >"$ntfs/linux/registry.reg"
-set +e
-"$wine" "$ntfs/win/bin/NorvaGuestIndexer.exe" -log "$(winpath "$ntfs/win/log")" -opt yes \
-  "$(winpath "$ntfs/win/out")" >"$ntfs/win/stdout" 2>"$ntfs/win/stderr"
-rc_win=$?
-NGI_REGISTRY_FILE=$ntfs/linux/registry.reg NGI_LOCK_DIR=$ntfs/linux/locks "$ntfs/linux/bin/NorvaGuestIndexer" \
-  -log "$ntfs/linux/log" -opt yes "$ntfs/linux/out" >"$ntfs/linux/stdout" 2>"$ntfs/linux/stderr"
-rc_linux=$?
-set -e
+# Runs both builds on their mappings; their exit codes in rc_win, rc_linux.
+run_both() {
+  run_both
+}
+run_both
 for side in win linux; do
   out=$ntfs/$side/out
   side_log=$(cat "$ntfs/$side"/log/*.log 2>/dev/null | iconv -f UTF-16LE -t UTF-8 | tr -d '\r' || true)
@@ -198,6 +195,53 @@ fi
 if ! cmp "$ntfs/win/out/summary.txt" "$ntfs/linux/out/summary.txt"; then
   echo "test-windows: the Windows and Linux builds wrote different summaries for the same image"
   exit 1
+fi
+
+echo "=== NorvaGuestIndexer.exe reads a 4Kn block device through a shadow copy's name, as the Linux build does"
+# The 4096-byte-sector fixture attached as a loop device of 4096-byte
+# sectors; Wine opens \\.\HarddiskVolumeShadowCopy1 through a dosdevices
+# link of that name. The Linux build reads the device itself (O_DIRECT);
+# both indexes must be equal byte for byte. Needs root and losetup.
+loop=""
+if [ "$(id -u)" = 0 ] && command -v losetup >/dev/null; then
+  loop=$(losetup --find --show --read-only --direct-io=on --sector-size 4096 "$build/fixtures/ntfs/ntfs-rec4k.img" 2>/dev/null || true)
+fi
+if [ -z "$loop" ]; then
+  echo "test-windows: no 4Kn loop device (needs root and losetup), this check skipped"
+else
+  trap 'losetup -d "$loop" 2>/dev/null; clear_setting; "$wineserver" -k >/dev/null 2>&1 || true' EXIT
+  ln -sfn "$loop" "$WINEPREFIX/dosdevices/harddiskvolumeshadowcopy1"
+  for side in win linux; do
+    rm -rf "$ntfs/$side/out" "$ntfs/$side/log"
+    mkdir -p "$ntfs/$side/out" "$ntfs/$side/log"
+  done
+  mapping '\\.\HarddiskVolumeShadowCopy1' >"$ntfs/win/bin/NorvaGuestIndexer.SnapshotMapping.xml"
+  mapping "$loop" >"$ntfs/linux/bin/NorvaGuestIndexer.SnapshotMapping.xml"
+  set +e
+  "$wine" "$ntfs/win/bin/NorvaGuestIndexer.exe" -log "$(winpath "$ntfs/win/log")" -opt yes \
+    "$(winpath "$ntfs/win/out")" >"$ntfs/win/stdout" 2>"$ntfs/win/stderr"
+  rc_win=$?
+  NGI_REGISTRY_FILE=$ntfs/linux/registry.reg NGI_LOCK_DIR=$ntfs/linux/locks "$ntfs/linux/bin/NorvaGuestIndexer" \
+    -log "$ntfs/linux/log" -opt yes "$ntfs/linux/out" >"$ntfs/linux/stdout" 2>"$ntfs/linux/stderr"
+  rc_linux=$?
+  set -e
+  for side in win linux; do
+    side_log=$(cat "$ntfs/$side"/log/*.log 2>/dev/null | iconv -f UTF-16LE -t UTF-8 | tr -d '\r' || true)
+    if [ ! -s "$ntfs/$side/out/volume.z_.ifd" ] || ! grep -q "Execute NTFS parsing algorithm. Ok.$" <<<"$side_log"; then
+      echo "test-windows: the 4Kn device run of the $side build failed (exits: Windows $rc_win, Linux $rc_linux):"
+      cat "$ntfs/$side/stderr"; echo "$side_log" | tail -40
+      exit 1
+    fi
+  done
+  if ! cmp "$ntfs/win/out/volume.z_.ifd" "$ntfs/linux/out/volume.z_.ifd"; then
+    echo "test-windows: the Windows and Linux builds indexed the 4Kn device differently:"
+    dump=$linux/tools/index_dump/NorvaIndexDump
+    diff <("$dump" "$ntfs/win/out/volume.z_.ifd") <("$dump" "$ntfs/linux/out/volume.z_.ifd") | head -40
+    exit 1
+  fi
+  rm -f "$WINEPREFIX/dosdevices/harddiskvolumeshadowcopy1"
+  losetup -d "$loop"
+  trap 'clear_setting; "$wineserver" -k >/dev/null 2>&1 || true' EXIT
 fi
 
 echo "=== a setting in the registry (wine reg add) reaches NorvaGuestIndexer.exe"

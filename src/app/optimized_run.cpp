@@ -97,12 +97,15 @@ void IndexOneVolume(const CIndexRun& run, const CIndexingVolumeInfo& volume,
 
         if (!run.m_ParseFs || forceFindFirst) {
             forceFindFirst = true;
-        } else if (GetVolumeFileSystemType(handle.Get()) != kFsTypeNtfs) {
+        } else if (uint32_t sectorSize = 0; GetVolumeFileSystemType(handle.Get(), &sectorSize) != kFsTypeNtfs) {
             forceFindFirst = true;
         } else {
             // NTFS with a shadow: the fast pipeline; a failure is retried
-            // by the caller with the walk.
+            // by the caller with the walk. Its reads keep to the sector size
+            // at which the boot sector could be read, where the system does
+            // not name one.
             fast_ntfs_indexer::CVolumeNTFSIndexer ntfsIndexer;
+            ntfsIndexer.SetSectorSize(sectorSize);
             ntfsIndexer.IndexVolume(handle.Get(), volume, readName, tree, base);
             base.Close();
             return;

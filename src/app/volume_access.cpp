@@ -5,8 +5,10 @@
 #include "base/buf.h"
 #include "base/format.h"
 #include "diag/log.h"
+#include "diag/settings.h"
 #include "platform/errors.h"
 #include "platform/volume_io.h"
+#include "store/write_collector.h"
 
 namespace indexer {
 
@@ -34,32 +36,39 @@ platform::CHandle OpenVolume(std::u16string_view name) {
                                                      platform::kShareRead | platform::kShareWrite,
                                                      platform::kOpenExisting, kVolumeOpenFlags);
     if (!h.IsValid()) throw CWin32Exc(u"Cannot open volume: [%1].", name);
+    // Read as Windows reads a volume: past the system's cache, whole sectors
+    // only. Where that can't be had (an image on tmpfs) the handle reads
+    // through the cache, as before.
+    platform::UseDirectIo(h.Get(), settings::IsDirectIoForImages());
     GetLog().Detail(u"Volume [%1] opened.", name);
     return h;
 }
 
-uint32_t GetVolumeFileSystemType(platform::NativeHandle volume) {
+uint32_t GetVolumeFileSystemType(platform::NativeHandle volume, uint32_t* sectorSize) {
     CHandleSource source(volume);
-    return GetVolumeFileSystemType(source);
+    return GetVolumeFileSystemType(source, sectorSize);
 }
 
-uint32_t GetVolumeFileSystemType(IBootSectorSource& source) {
-    CBuf<uint8_t> sector;
-    for (uint32_t size = kFirstSectorSize;; size *= 2) {
+uint32_t GetVolumeFileSystemType(IBootSectorSource& source, uint32_t* sectorSize) {
+    // One buffer for every round, at a sector boundary, so that an
+    // unbuffered handle fails or succeeds by the size alone.
+    std::unique_ptr<uint8_t[], write_collector_types::TAlignedFree> sector(static_cast<uint8_t*>(
+        ::operator new[](kLastSectorSize, std::align_val_t{write_collector_types::kBlockAlignment})));
+    uint32_t size = kFirstSectorSize;
+    for (;; size *= 2) {
         if (!source.SeekToStart())
             throw CWin32Exc(u"GetVolumeFileSystemType fail! Cannot set file pointer for volume!");
-        sector.Allocate(size);
         uint32_t done = 0;
-        const bool read = source.Read(sector.Get(), size, &done);
+        const bool read = source.Read(sector.get(), size, &done);
         if (read && done == size) break;
         // A read that succeeds short (an image smaller than a sector) has
         // no error of its own: say where it stopped.
         if (read) platform::SetLastError(platform::kErrHandleEof);
         if (size >= kLastSectorSize) throw CWin32Exc(u"Cannot read boot sector from volume!");
     }
-    GetLog().Detail(u"Boot sector was read with sector size %1 bytes.",
-                    util::ToStrU64(sector.Count()));
-    const uint8_t* oem = sector.Get() + 3;
+    GetLog().Detail(u"Boot sector was read with sector size %1 bytes.", util::ToStrU64(size));
+    if (sectorSize) *sectorSize = size;
+    const uint8_t* oem = sector.get() + 3;
     if (std::memcmp(oem, "NTFS    ", 8) == 0) return kFsTypeNtfs;
     if (std::memcmp(oem, "ReFS", 4) == 0) return kFsTypeReFS;
     return kFsTypeUnknown;

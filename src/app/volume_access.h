@@ -38,7 +38,8 @@ public:
     virtual bool Read(void* buffer, uint32_t size, uint32_t* done) = 0;
 };
 
-uint32_t GetVolumeFileSystemType(platform::NativeHandle volume);
-uint32_t GetVolumeFileSystemType(IBootSectorSource& source);
+// `sectorSize`, when given, receives the size of the read that succeeded.
+uint32_t GetVolumeFileSystemType(platform::NativeHandle volume, uint32_t* sectorSize = nullptr);
+uint32_t GetVolumeFileSystemType(IBootSectorSource& source, uint32_t* sectorSize = nullptr);
 
 }  // namespace indexer

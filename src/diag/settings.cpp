@@ -1,5 +1,6 @@
 #include "diag/settings.h"
 
+#include <algorithm>
 #include <vector>
 
 #include "base/format.h"
@@ -22,11 +23,28 @@ uint32_t ReadDword(std::u16string_view name, uint32_t defaultValue) {
     return defaultValue;
 }
 
+// A value outside [low, high] is named and replaced by its default.
+uint32_t ReadDwordInRange(std::u16string_view name, uint32_t defaultValue, uint32_t low, uint32_t high) {
+    const uint32_t value = ReadDword(name, defaultValue);
+    if (value >= low && value <= high) return value;
+    WarnUnusableValue(kSettingsKey, name,
+                      FormatMessageArgs(u"%1, outside %2 to %3",
+                                        {util::ToStrU32(value), util::ToStrU32(low), util::ToStrU32(high)}),
+                      util::ToStrU32(defaultValue));
+    return defaultValue;
+}
+
 bool ReadBool(std::u16string_view name, bool defaultValue) {
     return ReadDword(name, defaultValue ? 1 : 0) != 0;
 }
 
 }  // namespace
+
+uint32_t GetReadAheadDepth() {
+    return ReadDwordInRange(u"IndexerReadAheadDepth", kDefaultReadAheadDepth, 0, kMaxReadAheadDepth);
+}
+uint32_t GetReadAheadKiB() { return ReadDwordInRange(u"IndexerReadAheadKiB", kDefaultReadAheadKiB, 256, 16384); }
+bool IsDirectIoForImages() { return ReadBool(u"IndexerDirectIoImages", false); }
 
 uint32_t GetMaxNestedFolders() { return ReadDword(u"IndexerMaxNestedFolders", 0); }
 bool IsSkipReparsePoints() { return ReadBool(u"IndexerSkipReparsePoints", false); }

@@ -41,4 +41,21 @@ std::u16string GetSqlTempLogPath();
 void WarnUnusableValue(std::u16string_view key, std::u16string_view name, std::u16string_view problem,
                        std::u16string_view defaultText);
 
+// IndexerReadAheadDepth: requests of the $MFT read ahead in flight during
+// the NTFS main loop; 0 reads nothing ahead. Default kDefaultReadAheadDepth;
+// a value above kMaxReadAheadDepth is named in a Warning and replaced by it.
+uint32_t GetReadAheadDepth();
+// IndexerReadAheadKiB: the bytes of one such request, in KiB, from 256 (one
+// block) to 16384. Default kDefaultReadAheadKiB; a value outside is named in
+// a Warning and replaced by the default.
+uint32_t GetReadAheadKiB();
+// IndexerDirectIoImages: an image file named as a volume or shadow is read
+// unbuffered too (O_DIRECT), as a block device always is; Linux only;
+// default false.
+bool IsDirectIoForImages();
+
+inline constexpr uint32_t kDefaultReadAheadDepth = 8;
+inline constexpr uint32_t kMaxReadAheadDepth = 64;
+inline constexpr uint32_t kDefaultReadAheadKiB = 1024;
+
 }  // namespace settings

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "testing/log_capture.h"
 #include "testing/temp_registry.h"
 
 namespace {
@@ -60,6 +61,31 @@ TEST(Settings, WrongTypesAndDamagedFilesGiveDefaults) {
                  "\"IndexerMaxNestedFolders\"=dword:00000005\n"
                  "damaged line\n");
     EXPECT_EQ(settings::GetMaxNestedFolders(), 0u);
+}
+
+// Read-ahead values out of their range are named and replaced by the
+// default, not clamped to a bound the operator did not choose.
+TEST(Settings, ReadAheadValuesOutOfRangeGiveDefaults) {
+    struct {
+        const char* depth;
+        const char* kib;
+        uint32_t wantDepth, wantKiB;
+        bool warned;
+    } cases[] = {
+        {"00000000", "00000100", 0, 256, false},       // the bounds themselves
+        {"00000040", "00004000", 64, 16384, false},
+        {"00000041", "00000080", settings::kDefaultReadAheadDepth, settings::kDefaultReadAheadKiB, true},
+    };
+    for (const auto& c : cases) {
+        ngitest::CTempRegistry registry(std::string("[HKEY_LOCAL_MACHINE\\SOFTWARE\\NorvA\\Norva Archive and Mirror]\n") +
+                                        "\"IndexerReadAheadDepth\"=dword:" + c.depth + "\n" +
+                                        "\"IndexerReadAheadKiB\"=dword:" + c.kib + "\n");
+        ngitest::CLogCapture log;
+        EXPECT_EQ(settings::GetReadAheadDepth(), c.wantDepth) << c.depth;
+        EXPECT_EQ(settings::GetReadAheadKiB(), c.wantKiB) << c.kib;
+        EXPECT_EQ(log.Contains(u"65, outside 0 to 64; the default [8] is used instead."), c.warned);
+        EXPECT_EQ(log.Contains(u"128, outside 256 to 16384; the default [1024] is used instead."), c.warned);
+    }
 }
 
 }  // namespace

@@ -34,24 +34,6 @@ using namespace ngitest::fast;
 
 namespace {
 
-struct TImage {
-    std::string Name;
-    fs::path Gz;
-};
-
-void PrintTo(const TImage& image, std::ostream* os) { *os << image.Name; }
-
-std::vector<TImage> AllImages() {
-    std::vector<TImage> images;
-    for (const fs::path& folder : {ngitest::ntfs::SourceDir() / "fixtures" / "ntfs", ngitest::ntfs::SamplesDir()}) {
-        std::error_code ec;
-        for (const auto& e : fs::directory_iterator(folder, ec))
-            if (e.path().extension() == ".gz") images.push_back({e.path().stem().stem().string(), e.path()});
-    }
-    std::sort(images.begin(), images.end(), [](const TImage& a, const TImage& b) { return a.Name < b.Name; });
-    return images;
-}
-
 fs::path ImageFile(const TImage& image) {
     static ngitest::CTempDir dir;
     const fs::path out = dir.Native() / (image.Name + ".img");

@@ -3,8 +3,10 @@
 // and reads the result back as path sets; the Sleuth Kit's listing and
 // libfsntfs's records in the same form.
 
+#include <algorithm>
 #include <filesystem>
 #include <map>
+#include <optional>
 #include <set>
 #include <sstream>
 #include <string>
@@ -15,6 +17,7 @@
 #include "fast/volume_ntfs_indexer.h"
 #include "ntfs/fsntfsinfo_listing.h"
 #include "ntfs/ntfs_test_util.h"
+#include "platform/volume_io.h"
 #include "store/index_base_reader.h"
 #include "testing/temp_dir.h"
 
@@ -89,19 +92,49 @@ inline TIndexContent ReadIndex(const fs::path& file, bool withPaths = true) {
     return c;
 }
 
+// An NTFS image of the tests: a fixture or a shared sample, gzipped.
+struct TImage {
+    std::string Name;
+    fs::path Gz;
+};
+
+inline void PrintTo(const TImage& image, std::ostream* os) { *os << image.Name; }
+
+// Every fixture image and shared sample, by name.
+inline std::vector<TImage> AllImages() {
+    std::vector<TImage> images;
+    for (const fs::path& folder : {ngitest::ntfs::SourceDir() / "fixtures" / "ntfs", ngitest::ntfs::SamplesDir()}) {
+        std::error_code ec;
+        for (const auto& e : fs::directory_iterator(folder, ec))
+            if (e.path().extension() == ".gz") images.push_back({e.path().stem().stem().string(), e.path()});
+    }
+    std::sort(images.begin(), images.end(), [](const TImage& a, const TImage& b) { return a.Name < b.Name; });
+    return images;
+}
+
 // Indexes `image` as volume "C:" with the filter tree `root` into a fresh
 // index file in `dir`; returns its path. Throws what the pipeline throws.
+// How RunPipeline reads: the read-ahead's tuning (none: the settings') and
+// whether the image is read unbuffered.
+struct TReadOptions {
+    std::optional<indexer::CBlockReadAhead::TTuning> ReadAhead;
+    bool DirectIo = false;
+};
+
 inline fs::path RunPipeline(const fs::path& image, indexer::CIncExcNode& root, const ngitest::CTempDir& dir,
-                            indexer::fast_ntfs_indexer::TProcessorServices services = {}) {
+                            indexer::fast_ntfs_indexer::TProcessorServices services = {},
+                            const TReadOptions& read = {}) {
     platform::CHandle handle = platform::FileOpen(util::Utf8ToUtf16(image.string()), platform::kGenericRead,
                                                   platform::kShareRead, platform::kOpenExisting, 0);
     if (!handle.IsValid()) throw CExc(u"cannot open the image");
+    if (read.DirectIo && !platform::UseDirectIo(handle.Get(), true)) throw CExc(u"no direct I/O for the image");
     indexer::CIndexBase base;
     base.Open(dir.Path(), false, u"volume.C.ifd");
     base.AddOwner(u"S-1-0-0", u"", u"", nullptr);
     indexer::CIndexingVolumeInfo description;
     description.m_Name = u"C:";
     indexer::fast_ntfs_indexer::CVolumeNTFSIndexer indexer(services);
+    if (read.ReadAhead) indexer.SetReadAhead(*read.ReadAhead);
     indexer.IndexVolume(handle.Get(), description, u"", root, base);
     base.Close();
     return dir.Native() / "volume.C.ifd";

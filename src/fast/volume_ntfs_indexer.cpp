@@ -2,7 +2,9 @@
 
 #include "base/format.h"
 #include "diag/log.h"
+#include "diag/settings.h"
 #include "platform/console.h"
+#include "platform/volume_io.h"
 
 namespace indexer::fast_ntfs_indexer {
 
@@ -24,6 +26,16 @@ void CheckMetafilesInUse(const CNtfsVolume& volume) {
                        kIndexVolume, util::ToStrU64(frn));
 }
 
+// Only a handle that reads past the system's cache gains from reading ahead:
+// through the cache the system reads ahead itself, and blocks read early
+// leave the processor's cache before they are parsed (measured slower warm).
+CBlockReadAhead::TTuning DefaultReadAhead(platform::NativeHandle handle) {
+    CBlockReadAhead::TTuning tuning;
+    tuning.depth = platform::ReadsBypassCache(handle) ? settings::GetReadAheadDepth() : 0;
+    tuning.requestBytes = settings::GetReadAheadKiB() << 10;
+    return tuning;
+}
+
 }  // namespace
 
 void CVolumeNTFSIndexer::IndexVolume(platform::NativeHandle handle, const CIndexingVolumeInfo& description,
@@ -33,7 +45,7 @@ void CVolumeNTFSIndexer::IndexVolume(platform::NativeHandle handle, const CIndex
     CLogBlock outer(log, u"Execute NTFS parsing algorithm");
     m_InvalidRecords = 0;
     CNtfsVolume volume;
-    volume.InitMftInfo(handle);
+    volume.InitMftInfo(handle, m_SectorSize);
     CheckMetafilesInUse(volume);
     const uint64_t count = volume.GetFileRecordCount();
     auto index = std::make_shared<CNtfsIndex>(&volume);
@@ -66,6 +78,7 @@ void CVolumeNTFSIndexer::IndexVolume(platform::NativeHandle handle, const CIndex
         if (count <= kFirstUserFrn)
             throw CExc(u"%1 fail! Files too little. FileRecordCount=0x%2.", kIndexVolume, util::Hex16(count));
         log.Info(u"$MFT file records count: %1.", util::ToStrU64(count));
+        volume.StartReadAhead(current, m_ReadAhead ? *m_ReadAhead : DefaultReadAhead(handle));
         while (current < count) {
             try {
                 // current < count, so current * 100 can't pass 64 bits for
@@ -98,6 +111,7 @@ void CVolumeNTFSIndexer::IndexVolume(platform::NativeHandle handle, const CIndex
                 throw;
             }
         }
+        volume.StopReadAhead();
         Console(u"100%");
         log.Info(u"100%");
         if (m_InvalidRecords != 0) {

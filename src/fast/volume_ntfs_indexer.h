@@ -19,12 +19,14 @@
 // call fills in) and the base, which it has opened with owner row 0 and
 // closes afterwards. One thread.
 
+#include <optional>
 #include <string>
 
 #include "fast/fast_ntfs_processor.h"
 #include "inputs/inc_exc_node.h"
 #include "inputs/volume_info.h"
 #include "platform/file.h"
+#include "store/block_read_ahead.h"
 #include "store/index_base.h"
 
 namespace indexer::fast_ntfs_indexer {
@@ -37,11 +39,24 @@ public:
     void IndexVolume(platform::NativeHandle volume, const CIndexingVolumeInfo& description,
                      const std::u16string& originalVolumeName, CIncExcNode& filterRoot, CIndexBase& base);
 
+    // How the main loop reads the $MFT ahead. By default from the settings
+    // (settings::GetReadAheadDepth, GetReadAheadKiB) on a handle that reads
+    // past the system's cache (platform::ReadsBypassCache), and not at all
+    // through the cache.
+    void SetReadAhead(const CBlockReadAhead::TTuning& tuning) { m_ReadAhead = tuning; }
+
+    // The volume's sector size as the caller learnt it (the boot sector's
+    // probe), for volumes whose handle does not name one (see
+    // CNtfsVolume::InitMftInfo); 0 for none.
+    void SetSectorSize(uint32_t bytes) { m_SectorSize = bytes; }
+
     // The records the last IndexVolume could not read.
     uint64_t GetInvalidRecordCount() const { return m_InvalidRecords; }
 
 private:
     TProcessorServices m_Services;
+    std::optional<CBlockReadAhead::TTuning> m_ReadAhead;
+    uint32_t m_SectorSize = 0;
     uint64_t m_InvalidRecords = 0;
 };
 

@@ -5,7 +5,9 @@
 
 #include "base/format.h"
 #include "diag/log.h"
+#include "ntfs/mft_read_plan.h"
 #include "platform/errors.h"
+#include "platform/volume_io.h"
 
 namespace indexer::fast_ntfs_indexer {
 
@@ -19,6 +21,7 @@ constexpr std::u16string_view kFnWithoutExist =
 constexpr std::u16string_view kFnGetRecord = u"indexer::fast_ntfs_indexer::CNtfsVolume::GetFileRecord";
 
 constexpr uint32_t kBootSectorSize = 512;
+constexpr uint32_t kCacheBlockShift = 18;
 constexpr uint64_t kMaxMftLcn = uint64_t{1} << 40;
 
 // Record and index block sizes from their signed byte: above 0 a count of
@@ -73,10 +76,13 @@ void ParseBootSector(const uint8_t* sector, TVolumeGeometry& geometry, uint64_t&
     volumeSize = size;
 }
 
-uint64_t CNtfsVolume::InitMftInfo(platform::NativeHandle volume) {
+uint64_t CNtfsVolume::InitMftInfo(platform::NativeHandle volume, uint32_t sectorSize) {
     CLogBlock block(GetLog(), u"Mft info initialize");
-    m_Cache.SetCacheProps(18, 32);
+    m_Cache.SetCacheProps(kCacheBlockShift, 32);
+    const uint32_t alignment = platform::GetReadAlignment(volume);
+    m_Cache.SetReadAlignment(alignment != 0 ? alignment : sectorSize);
     m_Cache.OpenForReadByHandle(volume);
+    m_Handle = volume;
     m_FileRecordCount = 0;
     m_MftDataSize = ~uint64_t{0};
     _ReadBootSector();
@@ -290,6 +296,19 @@ bool CNtfsVolume::IsRecordInUse(uint64_t fileRef) const {
     const uint64_t byteIndex = fileRef / 8;
     if (byteIndex >= m_Bitmap.Count() || byteIndex > m_cbBitMapActual) return false;
     return (m_Bitmap[byteIndex] & (1u << (fileRef & 7))) != 0;
+}
+
+void CNtfsVolume::StartReadAhead(uint64_t fromRecord, const CBlockReadAhead::TTuning& tuning) {
+    if (tuning.depth == 0) return;
+    const uint32_t blockSize = uint32_t{1} << kCacheBlockShift;
+    const uint32_t alignment = m_Cache.GetReadAlignment();
+    // A sector larger than a block's alignment cannot be read into it: the
+    // cache's own reads report that.
+    if (alignment > write_collector_types::kBlockAlignment) return;
+    auto plan = PlanMftBlocks(m_MftBlocks, m_Geometry.BytesPerCluster, m_Geometry.FileRecordSize, fromRecord,
+                              m_FileRecordCount, [this](uint64_t r) { return IsRecordInUse(r); }, blockSize,
+                              m_VolumeSize);
+    m_Cache.SetReadAhead(std::make_unique<CBlockReadAhead>(m_Handle, blockSize, alignment, std::move(plan), tuning));
 }
 
 uint64_t CNtfsVolume::ReadNonResidentAttribute(const CAttrHeader& attr, CBuf<uint8_t>& buffer) {

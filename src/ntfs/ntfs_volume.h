@@ -7,7 +7,9 @@
 // records are in use ($BITMAP), and from then on GetFileRecord serves single
 // file records by number. Every byte is read through one
 // CFileWriteCollectorReadCache opened for reading on the caller's handle
-// (blocks of 256 KiB, 32 kept, reads limited to the volume's size).
+// (blocks of 256 KiB, 32 kept, reads limited to the volume's size). On a
+// handle that reads whole sectors only (unbuffered), every read is aligned
+// to the sector size the platform names (platform::GetReadAlignment).
 //
 // Nothing on the volume is trusted: a boot sector whose geometry cannot
 // work, a record 0 that does not fit its buffer, runs outside the volume or
@@ -27,6 +29,7 @@
 #include "ntfs/ntfs_format.h"
 #include "ntfs/run_list.h"
 #include "platform/file.h"
+#include "store/block_read_ahead.h"
 #include "store/write_collector.h"
 
 namespace indexer::fast_ntfs_indexer {
@@ -64,7 +67,10 @@ public:
     // the $MFT $DATA stream's size in records, or the VCN behind its last run
     // in records when the runs end first. Log block "Mft
     // info initialize". REQUIRES: called once, first.
-    uint64_t InitMftInfo(platform::NativeHandle volume);
+    // Every read keeps to the handle's sector size (platform::
+    // GetReadAlignment), or where the system names none to `sectorSize`
+    // (0: no rule).
+    uint64_t InitMftInfo(platform::NativeHandle volume, uint32_t sectorSize = 0);
 
     const TVolumeGeometry& GetVolumeGeometry() const { return m_Geometry; }
     uint64_t GetFileRecordCount() const { return m_FileRecordCount; }
@@ -119,6 +125,14 @@ public:
     void ForEachAttributeListEntry(uint64_t baseFileRef, const CAttrHeader& attr,
                                    const std::function<void(const TAttributeListEntry&)>& fn);
 
+    // Reads ahead, from here on, the blocks that hold the records in use
+    // from `fromRecord` on (CBlockReadAhead; the cache asks it first), for a
+    // scan in ascending order such as the main loop's. A depth of 0 reads
+    // nothing ahead. Bytes, errors and log lines stay those of reading
+    // without it. StopReadAhead ends it and waits for the reads in flight.
+    void StartReadAhead(uint64_t fromRecord, const CBlockReadAhead::TTuning& tuning);
+    void StopReadAhead() { m_Cache.SetReadAhead(nullptr); }
+
     // The volume's byte reader.
     CFileWriteCollectorReadCache& GetCache() { return m_Cache; }
 
@@ -145,6 +159,7 @@ private:
     CBuf<uint8_t> m_Bitmap;
     uint64_t m_cbBitMapActual = 0;
     uint64_t m_VolumeSize = 0;
+    platform::NativeHandle m_Handle = platform::kInvalidHandle;
     CFileWriteCollectorReadCache m_Cache;
 };
 

@@ -29,6 +29,24 @@ CHandle OpenVolumeDevice(std::u16string_view name, uint32_t access, uint32_t sha
 // announces. POSIX: nothing to allow; true for a valid handle, 6 otherwise.
 bool AllowExtendedDasdIo(NativeHandle h);
 
+// From now on the handle's reads bypass the system's cache, as a Windows
+// volume handle's do. POSIX: O_DIRECT for a block device, and for an image
+// file when `imageFilesToo`; false, with nothing changed, for anything else
+// or where the file system refuses it (tmpfs). Windows: a volume handle is
+// read so already; false.
+bool UseDirectIo(NativeHandle h, bool imageFilesToo);
+
+// The alignment every read of the handle needs: offset, length and buffer
+// address multiples of it; 0 where no rule is known. POSIX: for an O_DIRECT
+// handle the device's logical sector size (BLKSSZGET), 4096 for a file; 0
+// otherwise. Windows: the volume's logical sector size from
+// IOCTL_STORAGE_QUERY_PROPERTY; 0 where that is not answered (Wine, files).
+uint32_t GetReadAlignment(NativeHandle h);
+
+// Whether reads of the handle bypass the system's cache: POSIX, an O_DIRECT
+// handle; Windows, a volume or device handle (not a file).
+bool ReadsBypassCache(NativeHandle h);
+
 // Enables a privilege ("SeBackupPrivilege") on the process token.
 // Errors: 1313 an unknown privilege name; 1300 the token does not hold it.
 // POSIX: reading is governed by file permissions, not privileges; true.

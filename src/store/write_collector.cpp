@@ -7,12 +7,15 @@
 #include "base/format.h"
 #include "diag/log.h"
 #include "platform/errors.h"
+#include "store/block_read_ahead.h"
 #include "store/table_format.h"
 
 namespace write_collector_types {
 
 CBuffer::CBuffer(uint32_t capacity, uint64_t filePos)
-    : m_Data(new uint8_t[capacity]), m_Capacity(capacity), m_FilePos(filePos) {}
+    : m_Data(static_cast<uint8_t*>(::operator new[](capacity, std::align_val_t{kBlockAlignment}))),
+      m_Capacity(capacity),
+      m_FilePos(filePos) {}
 
 uint32_t CBuffer::Append(const uint8_t* data, uint32_t size) {
     const uint32_t n = std::min(size, m_Capacity - m_Used);
@@ -53,6 +56,8 @@ constexpr char16_t kClose[] = u"indexer::CFileWriteCollectorReadCache::Close";
 constexpr uint32_t kStringStepUnits = 0x8000;
 
 }  // namespace
+
+CFileWriteCollectorReadCache::CFileWriteCollectorReadCache() = default;
 
 CFileWriteCollectorReadCache::~CFileWriteCollectorReadCache() {
     if (!m_Opened) return;
@@ -230,7 +235,9 @@ uint32_t CFileWriteCollectorReadCache::ReadRandomly(uint64_t position, void* buf
             // Every block has the full capacity, so that any block can be
             // recycled for any position; a cut block just holds fewer bytes.
             std::unique_ptr<CBuffer> loaded = _TakeBlock(blockStart);
-            const uint32_t got = _ReadBlock(blockStart, loaded->Data(), blockSize);
+            const uint32_t got = m_ReadAhead && m_ReadAhead->Take(blockStart, blockSize, loaded)
+                                     ? blockSize
+                                     : _ReadBlock(blockStart, loaded->Data(), blockSize);
             if (got == 0) {
                 m_Spare = std::move(loaded);
                 return done;
@@ -260,11 +267,28 @@ uint32_t CFileWriteCollectorReadCache::_ReadBlock(uint64_t position, uint8_t* bu
     if (!platform::FileSeek(m_ReadHandle, static_cast<int64_t>(position), nullptr, platform::kFileBegin))
         throw CWin32Exc(u"Error in %1. SetFilePointerEx return ErrorCode. Pos=0x%2.", kReadBlock,
                         util::Hex16(position));
+    // An unbuffered handle reads whole sectors: the last, cut block is read
+    // rounded up (the buffer has the room) and counted to the limit.
+    uint32_t readSize = size;
+    if (m_ReadAlignment > 1) {
+        const uint32_t a = m_ReadAlignment;
+        if (readSize % a != 0) readSize = (readSize / a + 1) * a;
+        if (position % a != 0 || reinterpret_cast<uintptr_t>(buffer) % a != 0 || readSize > BlockSize())
+            throw CExc(FormatMessageArgs(
+                u"%1 fail. Read at Pos=0x%2 Length=0x%3 into buffer 0x%4 is not aligned to the sector size 0x%5.",
+                {kReadBlock, util::Hex16(position), util::Hex8(readSize),
+                 util::Hex16(reinterpret_cast<uintptr_t>(buffer)), util::Hex8(a)}));
+    }
     uint32_t done = 0;
-    if (!platform::FileRead(m_ReadHandle, buffer, size, &done))
+    if (!platform::FileRead(m_ReadHandle, buffer, readSize, &done))
         throw CWin32Exc(u"Cannot read file in %1. Pos=0x%2 Length=0x%3.", kReadBlock,
                         util::Hex16(position), util::Hex8(size));
-    return done;
+    m_BytesRead += done;
+    return std::min(done, size);
+}
+
+void CFileWriteCollectorReadCache::SetReadAhead(std::unique_ptr<CBlockReadAhead> readAhead) {
+    m_ReadAhead = std::move(readAhead);
 }
 
 void CFileWriteCollectorReadCache::ReadBuf(void* buffer, uint32_t size) {
@@ -320,6 +344,7 @@ void CFileWriteCollectorReadCache::Close() {
         m_WriteHandle = platform::kInvalidHandle;
     }
     if (m_ReadHandle != platform::kInvalidHandle) {
+        m_ReadAhead.reset();
         m_Cache.clear();
         m_CacheCount = 0;
         m_Spare.reset();

@@ -40,12 +40,21 @@
 #include <cstring>
 #include <list>
 #include <memory>
+#include <new>
 #include <string>
 #include <string_view>
 
 #include "platform/file.h"
 
 namespace write_collector_types {
+
+// Block memory starts at a multiple of this, so that a block can be read
+// from a device that wants aligned buffers (unbuffered reads of a volume).
+inline constexpr size_t kBlockAlignment = 4096;
+
+struct TAlignedFree {
+    void operator()(uint8_t* p) const { ::operator delete[](p, std::align_val_t{kBlockAlignment}); }
+};
 
 // One block: owned memory of a fixed capacity, its valid bytes, and the file
 // offset of its first byte.
@@ -75,7 +84,7 @@ public:
     }
 
 private:
-    std::unique_ptr<uint8_t[]> m_Data;
+    std::unique_ptr<uint8_t[], TAlignedFree> m_Data;
     uint32_t m_Capacity;
     uint32_t m_Used = 0;
     uint64_t m_FilePos;
@@ -85,6 +94,8 @@ private:
 
 namespace indexer {
 
+class CBlockReadAhead;
+
 class CFileWriteCollectorReadCache {
 public:
     static constexpr uint32_t kDefaultBlockShift = 16;
@@ -93,7 +104,7 @@ public:
     static constexpr uint32_t kMinBlockShift = 9;
     static constexpr uint32_t kMaxBlockShift = 30;
 
-    CFileWriteCollectorReadCache() = default;
+    CFileWriteCollectorReadCache();
     ~CFileWriteCollectorReadCache();
     CFileWriteCollectorReadCache(const CFileWriteCollectorReadCache&) = delete;
     CFileWriteCollectorReadCache& operator=(const CFileWriteCollectorReadCache&) = delete;
@@ -162,6 +173,22 @@ public:
     void Close();
     bool IsOpen() const { return m_Opened; }
 
+    // Blocks missing from the cache are first asked of `readAhead`, which
+    // reads on this object's read handle (null: none). Close drops it.
+    void SetReadAhead(std::unique_ptr<CBlockReadAhead> readAhead);
+    CBlockReadAhead* GetReadAhead() const { return m_ReadAhead.get(); }
+    // Every read of the file must then have its position, length and buffer
+    // address at multiples of `alignment` (a power of two up to the block
+    // size; 0 for no rule), as an unbuffered volume handle wants: a block
+    // cut short by the read limit is read rounded up. A read that breaks the
+    // rule fails before it reaches the system: CExc "%1 fail. Read at
+    // Pos=0x%2 Length=0x%3 into buffer 0x%4 is not aligned to the sector
+    // size 0x%5.".
+    void SetReadAlignment(uint32_t alignment) { m_ReadAlignment = alignment; }
+    uint32_t GetReadAlignment() const { return m_ReadAlignment; }
+    // Bytes this object read itself (not those read ahead for it).
+    uint64_t GetBytesRead() const { return m_BytesRead; }
+
     // For tests and diagnostics: blocks held in the cache, front first.
     size_t GetCachedBlockCount() const { return m_CacheCount; }
     uint64_t GetCachedBlockPos(size_t index) const;
@@ -198,6 +225,9 @@ private:
     uint64_t m_FlushedPos = 0;
     uint64_t m_ReadPos = 0;
     uint64_t m_ReadMaxLimit = 0;
+    uint32_t m_ReadAlignment = 0;
+    uint64_t m_BytesRead = 0;
+    std::unique_ptr<CBlockReadAhead> m_ReadAhead;
 };
 
 }  // namespace indexer

@@ -4,14 +4,18 @@
 // the $MFT size and the peak memory. Used by scripts/bench-fast.sh.
 //
 // Usage: fast_bench <image> <output folder>
+// NGI_BENCH_READ="depth:KiB:async" sets the read-ahead (async 0: the
+// synchronous queue); NGI_BENCH_DIRECT=1 reads the image unbuffered.
 #include <sys/resource.h>
 
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 
 #include "base/utf.h"
 #include "fast/volume_ntfs_indexer.h"
 #include "platform/file.h"
+#include "platform/volume_io.h"
 
 int main(int argc, char** argv) {
     if (argc != 3) {
@@ -23,6 +27,9 @@ int main(int argc, char** argv) {
         platform::CHandle handle = platform::FileOpen(util::Utf8ToUtf16(argv[1]), platform::kGenericRead,
                                                       platform::kShareRead, platform::kOpenExisting, 0);
         if (!handle.IsValid()) throw CExc(u"Cannot open the image.");
+        const char* direct = std::getenv("NGI_BENCH_DIRECT");
+        if (direct && *direct == '1' && !platform::UseDirectIo(handle.Get(), true))
+            throw CExc(u"No direct I/O for the image.");
         indexer::CIndexBase base;
         base.Open(util::Utf8ToUtf16(argv[2]), false, u"volume.C.ifd");
         base.AddOwner(u"S-1-0-0", u"", u"", nullptr);
@@ -30,6 +37,15 @@ int main(int argc, char** argv) {
         volume.m_Name = u"C:";
         indexer::CIncExcNode root(std::vector<std::u16string>{}, std::vector<std::u16string>{});
         indexer::fast_ntfs_indexer::CVolumeNTFSIndexer indexer;
+        if (const char* read = std::getenv("NGI_BENCH_READ")) {
+            unsigned depth = 0, kib = 0, async = 1;
+            if (std::sscanf(read, "%u:%u:%u", &depth, &kib, &async) < 2) throw CExc(u"NGI_BENCH_READ: depth:KiB:async");
+            indexer::CBlockReadAhead::TTuning tuning;
+            tuning.depth = depth;
+            tuning.requestBytes = kib << 10;
+            tuning.async = async != 0;
+            indexer.SetReadAhead(tuning);
+        }
         indexer.IndexVolume(handle.Get(), volume, u"", root, base);
         const uint64_t files = base.GetFileCount(), dirs = base.GetDirCount();
         base.Close();

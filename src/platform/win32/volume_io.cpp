@@ -5,6 +5,8 @@
 
 #include <winioctl.h>
 
+#include <cstddef>
+
 #include "platform/errors.h"
 #include "platform/volume_io.h"
 
@@ -38,6 +40,27 @@ bool AllowExtendedDasdIo(NativeHandle h) {
         return true;
     }
     return Fail(error);
+}
+
+bool UseDirectIo(NativeHandle, bool) { return false; }
+
+uint32_t GetReadAlignment(NativeHandle h) {
+    STORAGE_PROPERTY_QUERY query = {};
+    query.PropertyId = StorageAccessAlignmentProperty;
+    query.QueryType = PropertyStandardQuery;
+    STORAGE_ACCESS_ALIGNMENT_DESCRIPTOR alignment = {};
+    DWORD returned = 0;
+    if (!::DeviceIoControl(ToHandle(h), IOCTL_STORAGE_QUERY_PROPERTY, &query, sizeof(query), &alignment,
+                           sizeof(alignment), &returned, nullptr) ||
+        returned < offsetof(STORAGE_ACCESS_ALIGNMENT_DESCRIPTOR, BytesPerPhysicalSector))
+        return 0;
+    return alignment.BytesPerLogicalSector;
+}
+
+bool ReadsBypassCache(NativeHandle h) {
+    // A file has a size; a volume handle has none, and reads past the cache.
+    LARGE_INTEGER size;
+    return !(::GetFileType(ToHandle(h)) == FILE_TYPE_DISK && ::GetFileSizeEx(ToHandle(h), &size));
 }
 
 bool EnableProcessPrivilege(std::u16string_view name) {
