@@ -24,7 +24,7 @@ TEST(DirInfoTable, AgreesWithAMap) {
     struct TCase {
         uint64_t low, range;
     };
-    for (const TCase& t : {TCase{0, 31}, TCase{0, 40000}, TCase{16, 1 << 20}, TCase{1000, 33}}) {
+    for (const TCase& t : {TCase{0, 31}, TCase{0, 32}, TCase{0, 40000}, TCase{16, 1 << 20}, TCase{1000, 33}}) {
         SCOPED_TRACE("low " + std::to_string(t.low) + " range " + std::to_string(t.range));
         CDirInfoTable table(t.low, t.range);
         std::map<uint64_t, uint64_t> oracle;

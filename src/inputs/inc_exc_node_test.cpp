@@ -84,6 +84,8 @@ TEST(IncExcNodeTest, PathIsDecidedByItsDeepestNode) {
         return IsPathIncluded(parts, root);
     };
     EXPECT_TRUE(included(u"C:\\data\\x\\y"));
+    EXPECT_TRUE(included(u"C:\\data"));        // the deepest part decides, even when it is a node
+    EXPECT_FALSE(included(u"C:\\data\\tmp"));
     EXPECT_FALSE(included(u"C:\\data\\tmp\\y"));
     EXPECT_FALSE(included(u"C:\\windows"));
     EXPECT_FALSE(included(u"C:"));  // the root alone is a pure node

@@ -77,11 +77,13 @@ TEST(NtfsAttributes, EmptyNameIsKeptLoggedAndDumped) {
 
 TEST(NtfsAttributes, NameLongerThanItsValueFails) {
     CNtfsAttributes attributes(nullptr);
-    TBytes value = FileNameValue(5, u"abc", 1);
-    value[0x40] = 200;
-    TParsed p = Parse({ResidentAttr(0x30, value)});
     TFileNamePropsList list;
-    EXPECT_THROW(attributes.GetFileNameProps(p.attrs[0], list), CExc);
+    for (uint8_t claimed : {200, 4}) {  // far past the value, and one character past
+        TBytes value = FileNameValue(5, u"abc", 1);
+        value[0x40] = claimed;
+        TParsed p = Parse({ResidentAttr(0x30, value)});
+        EXPECT_THROW(attributes.GetFileNameProps(p.attrs[0], list), CExc) << int{claimed};
+    }
     TParsed tiny = Parse({ResidentAttr(0x30, TBytes(0x20, 0))});
     EXPECT_THROW(attributes.GetFileNameProps(tiny.attrs[0], list), CExc);
 }

@@ -126,8 +126,10 @@ TEST(NtfsAttributeWalk, DamagedHeadersFailNamingTheRecord) {
         uint32_t value;
         int width;
         const char* message;
+        bool fromEnd = false;  // value counts from the record's end
     } cases[] = {
         {"length 0", 4, 0, 16, "length 0"},
+        {"length 8 bytes past the record", 4, 8, 16, " of length ", true},
         {"length below a header", 4, 8, 16, "shorter than its header"},
         {"length past the record", 4, 0x7000, 16, "passes the record's end"},
         {"value past the attribute", 0x10, 0x400, 32, "value of the attribute"},
@@ -136,8 +138,9 @@ TEST(NtfsAttributeWalk, DamagedHeadersFailNamingTheRecord) {
     for (const Case& c : cases) {
         TBytes r = FileRecord({ResidentAttr(0x80, TBytes(8, 0), u"n")});
         const size_t first = Le16(r.data() + kRecFirstAttribute);
-        if (c.width == 16) Put16(r, first + c.at, static_cast<uint16_t>(c.value));
-        else Put32(r, first + c.at, c.value);
+        const uint32_t value = c.fromEnd ? static_cast<uint32_t>(r.size() - first) + c.value : c.value;
+        if (c.width == 16) Put16(r, first + c.at, static_cast<uint16_t>(value));
+        else Put32(r, first + c.at, value);
         ExpectExc(
             [&] {
                 ForEachAttribute(r.data(), r.size(), 0x1234, kNoLimit, [](const CAttrHeader& a) {
@@ -232,15 +235,17 @@ TEST(NtfsRunList, DamagedRunsFail) {
         TBlockVector blocks;
         ExpectExc([&] { DecodeRunList(Runs(r, c.pairs), 4096, blocks); }, c.message);
     }
-    // A run whose fields pass the attribute's end.
-    TBytes r;
-    CAttrHeader h = Runs(r, {0x11, 0x01, 0x01});
-    const size_t first = Le16(r.data() + kRecFirstAttribute);
-    Put16(r, first + 0x20, static_cast<uint16_t>(h.Length() - 1));
-    r[first + h.Length() - 1] = 0x77;
-    TBlockVector blocks;
-    ExpectExc([&] { DecodeRunList(CAttrHeader::At(r.data(), r.size(), first, 99), 4096, blocks); },
-              "passes the attribute's end");
+    // A run whose fields pass the attribute's end: by far, and by one byte.
+    for (const auto& [header, back] : {std::pair<uint8_t, size_t>{0x77, 1}, {0x21, 3}}) {
+        TBytes r;
+        CAttrHeader h = Runs(r, {0x11, 0x01, 0x01});
+        const size_t first = Le16(r.data() + kRecFirstAttribute);
+        Put16(r, first + 0x20, static_cast<uint16_t>(h.Length() - back));
+        r[first + h.Length() - back] = header;
+        TBlockVector blocks;
+        ExpectExc([&] { DecodeRunList(CAttrHeader::At(r.data(), r.size(), first, 99), 4096, blocks); },
+                  "passes the attribute's end");
+    }
 }
 
 TEST(NtfsRunList, FindBlockByVcnAnswersNotFoundInHolesAndPastTheEnd) {
@@ -308,6 +313,10 @@ TEST(NtfsIndexEntries, EntriesThatLeaveTheNodeFail) {
     ExpectExc([&] { Walk(a); }, "passes its node's end");
     TNode b{IndexEntry(1, TBytes(8, 0), 0), {}};  // no last entry behind it
     ExpectExc([&] { Walk(b); }, "passes its node's end");
+    TBytes lastTooLong = IndexEntry(0, {}, 2);
+    Put16(lastTooLong, 8, 24);  // 8 bytes more than the node holds
+    TNode d{lastTooLong, {}};
+    ExpectExc([&] { Walk(d); }, "passes its node's end");
     TBytes shortChild = IndexEntry(1, {}, 0);
     Put16(shortChild, 8, 20);
     Put16(shortChild, 0x0C, 1);

@@ -223,6 +223,12 @@ TEST(BuffFileReader, ReadPastTheEndThrowsAndKeepsThePosition) {
     r.SetCurFilePos(3);
     EXPECT_CEXC(r.ReadString(), EXPECT_EQ(Deepest(e), u"The specified size is out of the buffer boundary."));
     EXPECT_EQ(r.GetCurFilePos(), 3u);
+    // Two units where only one is left: the count is checked in bytes.
+    WriteAll(dir.Native("s.bin"), {2, 0, 0, 0, 'a', 0});
+    CBuffFileReader s;
+    s.Open(dir.Path(u"s.bin"));
+    EXPECT_CEXC(s.ReadString(), EXPECT_EQ(Deepest(e), u"The specified size is out of the buffer boundary."));
+    EXPECT_EQ(s.GetCurFilePos(), 0u);
     // A position past the end is stored; the next read fails.
     r.SetCurFilePos(100);
     EXPECT_EQ(r.GetCurFilePos(), 100u);
