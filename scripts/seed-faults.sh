@@ -103,7 +103,7 @@ program_of() {
   local f=$1
   case $f in
     src/*/*) f=${f#src/}; echo "${f%%/*}_tests" ;;
-    tools/catalogue/*) echo catalogue_tests ;;
+    catalogue/*) echo catalogue_tests ;;
     *) echo "" ;;
   esac
 }

@@ -14,13 +14,13 @@ set -euo pipefail
 cd "$(dirname "$0")/.."
 build=${NGI_BUILD_DIR:-build}
 if [ ! -x "$build/src/app/NorvaGuestIndexer" ] || [ ! -x "$build/tools/index_dump/NorvaIndexDump" ] ||
-   [ ! -x "$build/tools/catalogue/ngi-catalogue" ]; then
+   [ ! -x "$build/catalogue/ngi-catalogue" ]; then
   cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
   cmake --build "$build" -j"${NGI_JOBS:-$(nproc)}" --target NorvaGuestIndexer NorvaIndexDump ngi-catalogue >/dev/null
 fi
 program=$PWD/$build/src/app/NorvaGuestIndexer
 dump=$PWD/$build/tools/index_dump/NorvaIndexDump
-catalogue=$PWD/$build/tools/catalogue/ngi-catalogue
+catalogue=$PWD/$build/catalogue/ngi-catalogue
 
 work=$(mktemp -d "${TMPDIR:-/tmp}/ngi-test-walk.XXXXXX")
 trap 'rm -rf "$work"' EXIT
