@@ -25,6 +25,7 @@ excluded=(
   # the test registry is the file NGI_REGISTRY_FILE names
   Settings.ValuesReadInAnyCase
   Settings.WrongTypesAndDamagedFilesGiveDefaults
+  Settings.ReadAheadValuesOutOfRangeGiveDefaults
   CleanupOldLogs.CountFromTheRegistry
   CGuardFixture.NameFromTheRegistryInAnyCase
   CGuardFixture.InvalidNameChangesNothing
