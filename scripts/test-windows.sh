@@ -169,7 +169,14 @@ printf 'Windows Registry Editor Version 5.00\r\n\r\n[HKEY_LOCAL_MACHINE\\SYSTEM\
   "$ntfs/linux/z" >"$ntfs/linux/registry.reg"
 # Runs both builds on their mappings; their exit codes in rc_win, rc_linux.
 run_both() {
-  run_both
+  set +e
+  "$wine" "$ntfs/win/bin/NorvaGuestIndexer.exe" -log "$(winpath "$ntfs/win/log")" -opt yes \
+    "$(winpath "$ntfs/win/out")" >"$ntfs/win/stdout" 2>"$ntfs/win/stderr"
+  rc_win=$?
+  NGI_REGISTRY_FILE=$ntfs/linux/registry.reg NGI_LOCK_DIR=$ntfs/linux/locks "$ntfs/linux/bin/NorvaGuestIndexer" \
+    -log "$ntfs/linux/log" -opt yes "$ntfs/linux/out" >"$ntfs/linux/stdout" 2>"$ntfs/linux/stderr"
+  rc_linux=$?
+  set -e
 }
 run_both
 for side in win linux; do
@@ -218,14 +225,7 @@ else
   done
   mapping '\\.\HarddiskVolumeShadowCopy1' >"$ntfs/win/bin/NorvaGuestIndexer.SnapshotMapping.xml"
   mapping "$loop" >"$ntfs/linux/bin/NorvaGuestIndexer.SnapshotMapping.xml"
-  set +e
-  "$wine" "$ntfs/win/bin/NorvaGuestIndexer.exe" -log "$(winpath "$ntfs/win/log")" -opt yes \
-    "$(winpath "$ntfs/win/out")" >"$ntfs/win/stdout" 2>"$ntfs/win/stderr"
-  rc_win=$?
-  NGI_REGISTRY_FILE=$ntfs/linux/registry.reg NGI_LOCK_DIR=$ntfs/linux/locks "$ntfs/linux/bin/NorvaGuestIndexer" \
-    -log "$ntfs/linux/log" -opt yes "$ntfs/linux/out" >"$ntfs/linux/stdout" 2>"$ntfs/linux/stderr"
-  rc_linux=$?
-  set -e
+  run_both
   for side in win linux; do
     side_log=$(cat "$ntfs/$side"/log/*.log 2>/dev/null | iconv -f UTF-16LE -t UTF-8 | tr -d '\r' || true)
     if [ ! -s "$ntfs/$side/out/volume.z_.ifd" ] || ! grep -q "Execute NTFS parsing algorithm. Ok.$" <<<"$side_log"; then
