@@ -92,7 +92,10 @@ void EnsureSchema(IConnection& db) {
         throw CExc(util::Utf8ToUtf16(db.Name() + " is not a catalogue: it has a table versions but no table meta"));
     CTransaction transaction(db);
     db.Exec(db.Dialect() == EDialect::kSqlite ? kSqliteSchema : kPostgresSchema);
-    db.Exec("INSERT INTO meta(key, value) VALUES('schema_version', '" + std::to_string(kSchemaVersion) + "')");
+    auto insert = db.Prepare("INSERT INTO meta(key, value) VALUES('schema_version', ?)");
+    const std::string version = std::to_string(kSchemaVersion);
+    insert->Bind(1, std::string_view(version));
+    insert->Step();
     transaction.Commit();
 }
 

@@ -2,14 +2,14 @@
 
 namespace catalogue {
 
-CCataloguePool::CCataloguePool(std::string spec, std::chrono::seconds maxAge)
-    : m_Spec(std::move(spec)), m_MaxAge(maxAge) {
+CCataloguePool::CCataloguePool(std::string location, std::chrono::seconds maxAge)
+    : m_Location(std::move(location)), m_MaxAge(maxAge) {
     m_Free.push_back(_Open());
 }
 
 std::unique_ptr<CCataloguePool::TEntry> CCataloguePool::_Open() const {
     auto entry = std::make_unique<TEntry>();
-    entry->db = OpenDatabaseReadOnly(m_Spec);
+    entry->db = OpenDatabaseReadOnly(m_Location);
     entry->catalogue = std::make_unique<CCatalogue>(*entry->db);
     entry->made = std::chrono::steady_clock::now();
     return entry;

@@ -24,7 +24,7 @@ public:
 
     // Opens one at once, so that a database that cannot be read is known
     // before the server listens (throws CExc).
-    CCataloguePool(std::string spec, std::chrono::seconds maxAge);
+    CCataloguePool(std::string location, std::chrono::seconds maxAge);
 
     // A catalogue for one request; given back unless Drop()ped (after a
     // database error, when its connection may be broken).
@@ -46,7 +46,7 @@ public:
 private:
     std::unique_ptr<TEntry> _Open() const;
 
-    std::string m_Spec;
+    std::string m_Location;
     std::chrono::seconds m_MaxAge;
     std::mutex m_Lock;
     std::vector<std::unique_ptr<TEntry>> m_Free;
