@@ -34,9 +34,9 @@ TEST(Records, RowBytesAndRoundTrips) {
     file.m_Owner = 0x33445566;
     file.m_ModificationTime = 0x01D9'0000'1234'5678ull;
     file.m_Size = ~uint64_t{0};
-    rec::CDirRecord dir;
-    dir.m_Name = u"Windows";
-    dir.m_ParentId = 3;
+    rec::CDirRecord folder;
+    folder.m_Name = u"Windows";
+    folder.m_ParentId = 3;
     rec::COwnerRecord owner;
     owner.m_Sid = u"S-1-5-21-1-2-3-1001";
     owner.m_Second = u"DOMAIN";
@@ -53,7 +53,7 @@ TEST(Records, RowBytesAndRoundTrips) {
     } cases[] = {
         {"file", file, [] { return std::make_unique<rec::CFileRecord>(); },
          TBytes().S(file.m_Name).N(0x1122, 8).N(0x33445566, 4).N(file.m_ModificationTime, 8).N(~0ull, 8).b},
-        {"dir", dir, [] { return std::make_unique<rec::CDirRecord>(); }, TBytes().S(u"Windows").N(3, 8).b},
+        {"dir", folder, [] { return std::make_unique<rec::CDirRecord>(); }, TBytes().S(u"Windows").N(3, 8).b},
         {"owner", owner, [] { return std::make_unique<rec::COwnerRecord>(); },
          TBytes().S(owner.m_Sid).S(u"DOMAIN").S(u"user").b},
         {"reparse", link, [] { return std::make_unique<rec::CReparseRecord>(); },
@@ -62,15 +62,15 @@ TEST(Records, RowBytesAndRoundTrips) {
          std::vector<uint8_t>(12, 0)},
     };
     CTempDir dir;
+    auto write = [&](const idxdata::IRecord& row) {
+        idxdata::CFileWriter out;
+        out.Create(dir.Path(u"r.bin"));
+        row.Serialize(out);
+        out.Close();
+        return ReadAll(dir.Native("r.bin"));
+    };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        auto write = [&](const idxdata::IRecord& row) {
-            idxdata::CFileWriter out;
-            out.Create(dir.Path(u"r.bin"));
-            row.Serialize(out);
-            out.Close();
-            return ReadAll(dir.Native("r.bin"));
-        };
         EXPECT_EQ(write(c.row), c.bytes);
         auto back = c.empty();
         idxdata::CBuffFileReader in;

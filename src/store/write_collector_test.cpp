@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <numeric>
+#include <random>
 
 #include "platform/errors.h"
 #include "store/store_test_util.h"
