@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include "base/utf.h"
 #include "platform/errors.h"
 #include "platform/volume_table.h"
 #include "testing/com_apartment.h"
@@ -11,15 +12,16 @@
 namespace indexer {
 namespace {
 
-const std::u16string kVolC = u"\\\\?\\Volume{0000000c-0000-0000-0000-000000000001}";
-const std::u16string kVolD = u"\\\\?\\Volume{0000000d-0000-0000-0000-000000000002}";
+const std::string kVolCText = "\\\\?\\Volume{0000000c-0000-0000-0000-000000000001}";
+const std::string kVolDText = "\\\\?\\Volume{0000000d-0000-0000-0000-000000000002}";
+const std::u16string kVolC = util::Utf8ToUtf16(kVolCText);
 
 platform::CVolumeTable MakeTable() {
     std::vector<platform::TVolumeTableEntry> volumes(2);
     volumes[0].mountPoints = {u"C:"};
     volumes[0].volumeName = kVolC;
     volumes[1].mountPoints = {u"D:"};
-    volumes[1].volumeName = kVolD;
+    volumes[1].volumeName = util::Utf8ToUtf16(kVolDText);
     return platform::CVolumeTable(std::move(volumes), {});
 }
 
@@ -37,9 +39,6 @@ std::string Shadow(const std::string& volume, const std::string& shadow, const s
 std::string Document(const std::string& shadows) {
     return "<?xml version=\"1.0\"?>\n<ShadowsList>\n" + shadows + "</ShadowsList>\n";
 }
-
-const std::string kVolCText = "\\\\?\\Volume{0000000c-0000-0000-0000-000000000001}";
-const std::string kVolDText = "\\\\?\\Volume{0000000d-0000-0000-0000-000000000002}";
 
 // A run's input folder: both filters and, unless empty, the mapping.
 class CInputs {

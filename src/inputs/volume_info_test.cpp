@@ -71,12 +71,9 @@ TEST(VolumeInfoTest, VolumeListOfAnOptimizedRun) {
         CreateIndexingVolumeInfo(c.include, c.exclude, volumes, table);
         ExpectVolumes(volumes, c.volumes);
     }
-}
-
-TEST(VolumeInfoTest, IncludeOnNoVolumeEndsTheRun) {
     platform::CVolumeTable table(Entries(), {});
     std::vector<CIndexingVolumeInfo> volumes;
-    EXPECT_THROW(CreateIndexingVolumeInfo({u"q:\\x"}, {}, volumes, table), CWin32Exc);
+    EXPECT_THROW(CreateIndexingVolumeInfo({u"q:\\x"}, {}, volumes, table), CWin32Exc);  // on no volume
 }
 
 TEST(VolumeInfoTest, NestedMountPointsWithATableThatAnswersThem) {
@@ -101,14 +98,6 @@ TEST(VolumeInfoTest, NestedMountPointsWithATableThatAnswersThem) {
     std::vector<CIndexingVolumeInfo> volumes;
     CreateIndexingVolumeInfo({u"c:"}, {}, volumes, strict);
     ExpectVolumes(volumes, {{u"c:", {}, {}}});
-}
-
-TEST(VolumeInfoTest, PathPrefixGoesByWholeComponents) {
-    EXPECT_TRUE(IsPathPrefix(u"data", u"DATA\\sub"));
-    EXPECT_TRUE(IsPathPrefix(u"data", u"data"));
-    EXPECT_TRUE(IsPathPrefix(u"mnt\\", u"mnt\\data\\"));
-    EXPECT_FALSE(IsPathPrefix(u"data", u"database"));
-    EXPECT_FALSE(IsPathPrefix(u"data\\sub", u"data"));
 }
 
 }  // namespace
