@@ -5,7 +5,6 @@
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -84,8 +83,6 @@ inline uint64_t U64At(const std::vector<uint8_t>& bytes, size_t offset) {
 
 // The deepest message of an exception: the fixed text of the failure.
 inline std::u16string Deepest(const CExc& e) { return e.GetMessages().back(); }
-// The first message: the text a CWin32Exc was built with (its system line follows).
-inline std::u16string First(const CExc& e) { return e.GetMessages().front(); }
 
 }  // namespace store_testing
 
