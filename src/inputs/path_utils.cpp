@@ -110,17 +110,6 @@ void SplitPath(std::u16string_view path, std::vector<TPathPart>& parts) {
     SplitComponents(path.substr(SkipLongPrefix(path)), parts);
 }
 
-int GetFileAttribs(std::u16string_view path, uint32_t& attributes) {
-    const uint32_t value = platform::GetAttributes(path);
-    if (value == platform::kInvalidFileAttributes) {
-        CWin32Exc e(u"%1 fail. INVALID_FILE_ATTRIBUTES returned.", u"indexer::GetFileAttribs");
-        GetLog().LogException(e);
-        return 0;
-    }
-    attributes = value;
-    return 1;
-}
-
 int FindLastSeparator(std::u16string_view path, size_t& position) {
     if (path.empty()) return -1;
     for (size_t i = path.size() - 1; i >= 1; --i) {

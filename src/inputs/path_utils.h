@@ -47,10 +47,6 @@ void SeparatePathAndVolume(std::u16string_view path, std::vector<TPathPart>& par
 // The components only, after a leading "\??\", "\\?\" or "\\.\".
 void SplitPath(std::u16string_view path, std::vector<TPathPart>& parts);
 
-// 1 with the attributes, or 0 (the failure logged as an Error) when
-// GetFileAttributesW fails.
-int GetFileAttribs(std::u16string_view path, uint32_t& attributes);
-
 // 0 with the position of the last "\" or "/" after index 0; -1 for an empty
 // path; -2 (position 0) when there is none after index 0.
 int FindLastSeparator(std::u16string_view path, size_t& position);

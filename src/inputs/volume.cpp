@@ -40,14 +40,7 @@ TFileSystemKind GetFileSystemKind(std::u16string_view name) {
     return FsUnknown;
 }
 
-std::u16string GetFileSystemName(TFileSystemKind kind) {
-    if (kind < std::size(kFileSystemNames)) return std::u16string(kFileSystemNames[kind]);
-    return util::ToStrU32(kind);
-}
-
-CVolume::CVolume(std::u16string_view name, platform::IVolumes& volumes,
-                 platform::IVolumeControl& control)
-    : m_Volumes(volumes), m_Control(control) {
+CVolume::CVolume(std::u16string_view name, platform::IVolumes& volumes) : m_Volumes(volumes) {
     if (indexer::IsVolumeName(name) && name.size() > 2) {
         m_VolumeName = WithTrailingSeparator(name);
         return;
@@ -107,37 +100,6 @@ TFileSystemKind CVolume::GetFileSystemKind() {
 uint32_t CVolume::GetDriveType() {
     if (!m_DriveType) m_DriveType = m_Volumes.GetDriveType(m_VolumeName);
     return *m_DriveType;
-}
-
-const std::vector<uint32_t>& CVolume::GetDiskNumbers() {
-    if (m_DiskNumbers) return *m_DiskNumbers;
-    // The volume's device: its name without the trailing "\".
-    const platform::CHandle volume =
-        m_Control.OpenVolume(indexer::TrimTrailingSeparators(m_VolumeName), platform::kGenericRead,
-                             platform::kShareRead | platform::kShareWrite);
-    if (!volume.IsValid()) throw CWin32Exc(u"Unable to open volume '%1'.", m_VolumeName);
-    platform::TVolumeDiskExtents extents;
-    bool placed = m_Control.GetVolumeDiskExtents(volume.Get(), 1, extents);
-    if (!placed) {
-        const uint32_t error = platform::GetLastError();
-        if (error != platform::kErrInvalidFunction && error != platform::kErrMoreData)
-            throw CWin32Exc(u"Unable to retrieve location of a volume '%1' on the physical disks.",
-                            m_VolumeName, error);
-        // Room for the count reported; a 234 that reports no more than one
-        // extent has no second query to make and counts as a failed one.
-        if (error == platform::kErrMoreData && extents.NumberOfDiskExtents > 1)
-            placed = m_Control.GetVolumeDiskExtents(volume.Get(), extents.NumberOfDiskExtents, extents);
-    }
-    std::vector<uint32_t> numbers;
-    if (placed) {
-        for (const auto& extent : extents.Extents) numbers.push_back(extent.DiskNumber);
-    } else {
-        GetLog().Info(u"Unable to retrieve disk numbers for volume '%1': volume cannot be "
-                      u"associated with physical disks.",
-                      m_VolumeName);
-    }
-    m_DiskNumbers = std::move(numbers);
-    return *m_DiskNumbers;
 }
 
 void EnumerateVolumeNames(std::vector<std::u16string>& names, platform::IVolumes& volumes) {
@@ -219,13 +181,6 @@ std::u16string GetVolumeDeviceName(std::u16string_view mountPoint, platform::IVo
     return name;
 }
 
-std::u16string GetVolumeMountPoint(std::u16string_view fileName, platform::IVolumes& volumes) {
-    std::u16string mountPoint;
-    if (!volumes.GetVolumePathName(fileName, mountPoint, 260))
-        throw CWin32Exc(u"Failed to get volume mount point. File name: [%1]", fileName);
-    return mountPoint;
-}
-
 uint64_t GetVolumeRawSize(std::u16string_view device) {
     // The size of the opened device answers what the length query asks.
     platform::CHandle volume =
@@ -236,44 +191,6 @@ uint64_t GetVolumeRawSize(std::u16string_view device) {
     if (!platform::FileGetSize(volume.Get(), &size) || size < 0)
         throw CWin32Exc(u"IOCTL_DISK_GET_LENGTH_INFO fail.");
     return static_cast<uint64_t>(size);
-}
-
-platform::TDiskFreeSpace GetVolumeFreeSpace(std::u16string_view folder,
-                                            platform::IVolumeControl& control) {
-    platform::TDiskFreeSpace space;
-    if (!control.GetDiskFreeSpaceEx(folder, space)) throw CWin32Exc(u"GetDiskFreeSpaceExW fail.");
-    return space;
-}
-
-platform::TVolumeBitmap WinGetVolumeBitmap(platform::NativeHandle volume,
-                                           platform::IVolumeControl& control) {
-    platform::TVolumeBitmap bitmap;
-    uint64_t size = kInitialBitmapBuffer;
-    for (int attempt = 1;; ++attempt) {
-        if (control.GetVolumeBitmap(volume, 0, static_cast<uint32_t>(size), bitmap)) return bitmap;
-        const uint32_t error = platform::GetLastError();
-        if (error != platform::kErrMoreData || attempt >= kMaxBitmapAttempts)
-            throw CWin32Exc(u"%1 fail.", u"WinGetVolumeBitmap", error);
-        // The header and one bit a cluster from the start asked for; a volume
-        // that grew, or an answer that does not say, gets twice the room.
-        uint64_t needed = bitmap.BitmapSize > 0
-                              ? platform::kVolumeBitmapHeaderSize +
-                                    (static_cast<uint64_t>(bitmap.BitmapSize) + 7) / 8
-                              : 0;
-        if (needed <= size) needed = size * 2;
-        if (needed > UINT32_MAX) throw CWin32Exc(u"%1 fail.", u"WinGetVolumeBitmap", error);
-        size = needed;
-    }
-}
-
-platform::TFsSizeInformation GetVolumeClusterInfo(platform::NativeHandle handle,
-                                                  platform::IVolumeControl& control) {
-    platform::TFsSizeInformation info;
-    const uint32_t status = control.QueryFsSizeInformation(handle, info);
-    if (!platform::NtSuccess(status))
-        throw CExc(u"Failed to query information about the FS clusters. NTSTATUS=0x%1",
-                   util::Hex8(status), static_cast<int32_t>(status));
-    return info;
 }
 
 bool IsVolumeName(std::u16string_view name) {

@@ -1,8 +1,7 @@
 #pragma once
-// Tests only: a fresh folder for meta-files, and byte-level file helpers.
+// Tests only: a fresh folder for meta-files, and the bytes of their text.
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 #include <vector>
 
@@ -12,33 +11,20 @@
 
 namespace metafile::testing {
 
-class CMtfTestDir {
+// Names of files in the folder are given in UTF-8.
+class CMtfTestDir : public ngitest::CTempDir {
 public:
-    CMtfTestDir() : m_Path(m_Dir.Native().string()) {}
-    // The program's spelling of a file in the folder.
-    std::u16string Path(const std::string& name) const { return util::Utf8ToUtf16(m_Path + "\\" + name); }
-    std::string Native(const std::string& name) const { return m_Path + "/" + name; }
-    void Write(const std::string& name, const std::string& bytes) const {
-        std::ofstream(Native(name), std::ios::binary) << bytes;
-    }
-    std::string Read(const std::string& name) const {
-        std::ifstream in(Native(name), std::ios::binary);
-        return std::string(std::istreambuf_iterator<char>(in), {});
-    }
+    std::u16string Path(const std::string& name) const { return ngitest::CTempDir::Path(util::Utf8ToUtf16(name)); }
+    std::filesystem::path Native(const std::string& name) const { return ngitest::CTempDir::Native() / name; }
+    void Write(const std::string& name, const std::string& bytes) const { WriteFile(name, bytes); }
+    std::string Read(const std::string& name) const { return ReadFile(name); }
     bool Exists(const std::string& name) const { return std::filesystem::exists(Native(name)); }
-
-private:
-    ngitest::CTempDir m_Dir;
-    std::string m_Path;
 };
 
 // UTF-16LE bytes of ASCII text (tests write files in the meta-file's encoding).
 inline std::string Le(std::string_view ascii) {
     std::string out;
-    for (char c : ascii) {
-        out += c;
-        out += '\0';
-    }
+    for (char c : ascii) out += {c, '\0'};
     return out;
 }
 inline const std::string kBom = "\xFF\xFE";

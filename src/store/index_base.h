@@ -83,8 +83,6 @@ public:
     uint64_t GetOwnerCount() const { return m_Tables[kOwners].rowCount; }
     uint64_t GetReparseCount() const { return m_Tables[kReparses].rowCount; }
     const std::u16string& GetFinalName() const { return m_FinalName; }
-    // The temporary name of the files table (empty when closed).
-    const std::u16string& GetFilesTempName() const { return m_Tables[kFiles].tempName; }
 
 private:
     // Slots in the order of the final file.

@@ -1,61 +1,36 @@
 #pragma once
 // Helpers for the store's tests only (included by *_test.cpp, never by the
 // library): a temporary folder, whole-file reads and writes by native path,
-// in-memory streams, and a log writer that keeps the lines it is given.
+// and table bytes.
 
 #include <algorithm>
 #include <cstdint>
-#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <iterator>
-#include <memory>
-#include <random>
 #include <string>
 #include <vector>
 
 #include "base/exc.h"
-#include "diag/log.h"
 #include "store/serial.h"
 #include "store/table_format.h"
+#include "testing/temp_dir.h"
 
 namespace store_testing {
 
-// A fresh folder under the system's temporary folder, removed at the end.
-class CTempDir {
+// A temporary folder with the names the store's tests use.
+class CTempDir : public ngitest::CTempDir {
 public:
-    CTempDir() {
-        std::mt19937_64 rng(std::random_device{}());
-        for (int i = 0; i < 100; ++i) {
-            auto p = std::filesystem::temp_directory_path() / ("ngi-store-" + std::to_string(rng()));
-            if (std::filesystem::create_directory(p)) {
-                m_Path = p;
-                return;
-            }
-        }
-        throw CExc(u"Cannot create a temporary folder for a test.");
-    }
-    ~CTempDir() {
-        std::error_code ec;
-        std::filesystem::remove_all(m_Path, ec);
-    }
-    // The folder as the program spells it, and a name inside it.
-    std::u16string Dir() const { return m_Path.u16string(); }
-    std::u16string Path(std::u16string_view name) const {
-        return m_Path.u16string() + u"\\" + std::u16string(name);
-    }
-    std::filesystem::path Native(const std::string& name) const { return m_Path / name; }
+    std::u16string Dir() const { return Path(); }
+    std::filesystem::path Native(const std::string& name) const { return ngitest::CTempDir::Native() / name; }
     // The plain names of the entries, sorted.
     std::vector<std::string> List() const {
         std::vector<std::string> names;
-        for (const auto& entry : std::filesystem::directory_iterator(m_Path))
+        for (const auto& entry : std::filesystem::directory_iterator(ngitest::CTempDir::Native()))
             names.push_back(entry.path().filename().string());
         std::sort(names.begin(), names.end());
         return names;
     }
-
-private:
-    std::filesystem::path m_Path;
 };
 
 inline std::vector<uint8_t> ReadAll(const std::filesystem::path& path) {
@@ -106,75 +81,8 @@ inline uint64_t U64At(const std::vector<uint8_t>& bytes, size_t offset) {
     return idxdata::GetU64(bytes.data() + offset);
 }
 
-// Bytes in memory through the serialisation interfaces.
-class CMemWriter : public idxdata::ISerializator {
-public:
-    void WriteWord(uint16_t v) override { Put(&v, 2); }
-    void WriteDWord(uint32_t v) override { Put(&v, 4); }
-    void WriteLongLong(uint64_t v) override { Put(&v, 8); }
-    void WriteString(std::u16string_view text) override {
-        WriteDWord(static_cast<uint32_t>(text.size()));
-        Put(text.data(), text.size() * 2);
-    }
-    std::vector<uint8_t> m_Bytes;
-
-private:
-    void Put(const void* p, size_t n) {
-        auto* b = static_cast<const uint8_t*>(p);
-        m_Bytes.insert(m_Bytes.end(), b, b + n);
-    }
-};
-
-class CMemReader : public idxdata::IDeserializator {
-public:
-    explicit CMemReader(std::vector<uint8_t> bytes) : m_Bytes(std::move(bytes)) {}
-    uint16_t ReadWord() override { uint16_t v; Take(&v, 2); return v; }
-    uint32_t ReadDWord() override { uint32_t v; Take(&v, 4); return v; }
-    uint64_t ReadLongLong() override { uint64_t v; Take(&v, 8); return v; }
-    std::u16string ReadString() override {
-        std::u16string s(ReadDWord(), u'\0');
-        Take(s.data(), s.size() * 2);
-        return s;
-    }
-    bool AtEnd() const { return m_Pos == m_Bytes.size(); }
-
-private:
-    void Take(void* p, size_t n) {
-        if (m_Bytes.size() - m_Pos < n) throw CExc(u"CMemReader: read past the end");
-        std::memcpy(p, m_Bytes.data() + m_Pos, n);
-        m_Pos += n;
-    }
-    std::vector<uint8_t> m_Bytes;
-    size_t m_Pos = 0;
-};
-
-// Keeps every log line; installed on the global log for the test's scope.
-class CLogCapture : public CLogWriter {
-public:
-    void WriteLine(int32_t, const CLog&, int32_t, std::u16string_view text) override {
-        m_Lines.emplace_back(text);
-    }
-    bool Has(std::u16string_view line) const {
-        return std::find(m_Lines.begin(), m_Lines.end(), line) != m_Lines.end();
-    }
-    std::vector<std::u16string> m_Lines;
-};
-
-class CScopedLogCapture {
-public:
-    CScopedLogCapture() : m_Capture(std::make_shared<CLogCapture>()) { GetLog().SetWriter(m_Capture); }
-    ~CScopedLogCapture() { GetLog().SetWriter(nullptr); }
-    CLogCapture& operator*() { return *m_Capture; }
-    CLogCapture* operator->() { return m_Capture.get(); }
-
-private:
-    std::shared_ptr<CLogCapture> m_Capture;
-};
-
 // The deepest message of an exception: the fixed text of the failure.
 inline std::u16string Deepest(const CExc& e) { return e.GetMessages().back(); }
-// The first message: the text a CWin32Exc was built with (its system line follows).
-inline std::u16string First(const CExc& e) { return e.GetMessages().front(); }
 
 }  // namespace store_testing
 
