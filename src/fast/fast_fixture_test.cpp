@@ -19,10 +19,7 @@ constexpr char kSettings[] = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\NorvA\\Norva Archiv
 constexpr char16_t kVolumeC[] = u"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}\\";
 
 fs::path Image() {
-    static ngitest::CTempDir dir;
-    const fs::path out = dir.Native() / "ntfs-4k.img";
-    if (!fs::exists(out)) ngitest::ntfs::Decompress(ngitest::ntfs::SourceDir() / "fixtures/ntfs/ntfs-4k.img.gz", out);
-    return out;
+    return ngitest::ntfs::UnpackedImage({"ntfs-4k", ngitest::ntfs::SourceDir() / "fixtures/ntfs/ntfs-4k.img.gz"});
 }
 
 // Every lookup fails, as for accounts of a domain out of reach.
@@ -70,9 +67,7 @@ TEST_F(FastFixture, OwnersComeFromSecureThroughTheOwnerTable) {
     // Each owner once, whatever number of descriptors names it.
     std::set<std::string> sids;
     for (const auto& owner : m_Content.Owners) EXPECT_TRUE(sids.insert(std::get<0>(owner)).second);
-    EXPECT_TRUE(log.Contains(u"    Sid: S-1-5-21-1111-2222-3333-1002"));
     EXPECT_TRUE(log.Contains(u"Failed to recognize 2 owners."));
-    EXPECT_TRUE(log.Contains(u"Owners parse. Ok."));
 }
 
 // Six owners whose accounts can't be found: five lines, the count, and
@@ -113,7 +108,6 @@ TEST_F(FastFixture, SkippedOwnersLeaveOwnerZeroEverywhere) {
     ASSERT_EQ(Run(std::string(kNoReparse) + "\"IndexerSkipOwnersParsing\"=dword:00000001\n"), "");
     EXPECT_EQ(m_Content.Owners.size(), 1u);
     for (const auto& [path, owner] : m_Content.FileOwners) EXPECT_EQ(owner, 0u) << path;
-    EXPECT_TRUE(log.Contains(u"The parsing of $Secure metafile was skipped."));
     EXPECT_FALSE(log.Contains(u"$Secure metafile parse."));
 }
 
@@ -158,7 +152,6 @@ TEST_F(FastFixture, SkippedReparsePointsAreNeitherListedNorReported) {
     EXPECT_TRUE(m_Content.Reparses.empty());
     EXPECT_FALSE(log.Contains(u"Enumerate all ReparsePoints"));
     EXPECT_FALSE(log.Contains(u"Unknown reparse tag"));
-    EXPECT_FALSE(log.Contains(u"ReparseTag IO_REPARSE_TAG_DEDUP found."));
 }
 
 }  // namespace
