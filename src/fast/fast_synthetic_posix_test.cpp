@@ -457,12 +457,6 @@ TEST_F(FastSynthetic, MessagesOfTheReaderAndThePipeline) {
          0},
         {"link with an attribute list", link([](TSynthRecord& r) { r.Extra.push_back(ResidentAttr(0x20, {})); }),
          kNoOwners, "_FillReparsePointInfo fail. $ATTRIBUTE_LIST found!", u"FRN: 0x0000000000000013.", LogError},
-        {"link without a name", link([](TSynthRecord& r) { r.Names.clear(); }), kNoOwners,
-         "_FillReparsePointInfo fail. Attribute FILE_NAME is not found for ReparsePoint!", nullptr, 0},
-        {"link without $STANDARD_INFORMATION", link([](TSynthRecord& r) { r.StandardInformation = false; }), kNoOwners,
-         "_FillReparsePointInfo fail. Attribute STANDART_INFORMATION is not found!", nullptr, 0},
-        {"link whose reparse point is gone", link([](TSynthRecord& r) { r.Extra.clear(); }), kNoOwners,
-         "_FillReparsePointInfo fail. Attribute REPARSE_POINT is not found!", u"Error: ", LogError},
         {"link in a folder that gives no row", link([](TSynthRecord& r) { r.StandardInformation = false; }, true),
          kNoOwners, "BuildReparsePointList fail.", u"_GetDirectoryInfo fail. _GetDirInfo() return NULL!", LogError},
     };

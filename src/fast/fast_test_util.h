@@ -33,7 +33,6 @@ struct TIndexContent {
     std::set<std::string> Dirs;  // "" for the root, "a/b" below it
     std::set<TFileRow> Files;
     std::vector<std::pair<uint64_t, uint64_t>> DirRows;  // (id, parent id) in row order
-    std::vector<std::string> DirNames;                   // by id
     std::vector<std::tuple<std::string, std::string, std::string>> Owners;
     std::map<std::string, uint32_t> FileOwners;          // path to owner id
     std::vector<uint64_t> FileParents;                   // parent id of each file row
@@ -60,7 +59,6 @@ inline TIndexContent ReadIndex(const fs::path& file, bool withPaths = true) {
         rec::CDirRecord row;
         reader.GetDir(id, row);
         c.DirRows.emplace_back(id, row.m_ParentId);
-        c.DirNames.push_back(U8(row.m_Name));
         // Parents come first: a path is its parent's and the name (linear
         // also for a chain of thousands of levels).
         if (id == 0 || !withPaths)
