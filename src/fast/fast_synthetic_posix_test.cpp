@@ -389,9 +389,8 @@ TEST(SplitAttribute, ReadsAsTheSleuthKitReadsIt) {
     EXPECT_TRUE(oracle == bytes) << "the reader and the Sleuth Kit read the stream differently";
 }
 
-// The reader's and the pipeline's own texts, each on a volume made to give
-// it: the failure (empty when the volume is indexed) and a line with its level.
-TEST_F(FastSynthetic, MessagesOfTheReaderAndThePipeline) {
+// Damaged metadata that stops the volume, each failure naming it.
+TEST_F(FastSynthetic, DamagedMetadataStopsTheVolumeNamingIt) {
     // A file, then a symbolic link 19 in folder 18; `damage` takes something
     // from the link's record or, with `folder`, from the folder's.
     auto link = [](const std::function<void(TSynthRecord&)>& damage, bool folder = false) {
@@ -404,73 +403,39 @@ TEST_F(FastSynthetic, MessagesOfTheReaderAndThePipeline) {
         AddReparseIndex(volume, 20, {19});
         return volume.Build();
     };
-    auto withSecure = [](uint32_t sdsLengthOfFirst) {
-        CSynthVolume volume(20);
-        volume.File(16, 5, u"a.txt");
-        TSecure secure = SecureStreams({{0x100, true}});
-        Put32(secure.SiiRoot, 0x20 + 36, sdsLengthOfFirst);
-        volume.File(9, 5, u"$Secure", 0).Extra = {ResidentAttr(0x80, secure.Sds, u"$SDS"),
-                                                   ResidentAttr(0x90, secure.SiiRoot, u"$SII")};
-        return volume.Build();
-    };
-    auto withFile = [](const std::function<void(TSynthRecord&)>& change) {
-        CSynthVolume volume(20);
-        change(volume.File(16, 5, u"old.txt"));
-        return volume.Build();
-    };
-    auto shortStandardInformation = [&](size_t length) {
-        return withFile([length](TSynthRecord& r) {
-            r.StandardInformation = false;
-            r.Extra.push_back(ResidentAttr(0x10, TBytes(length, 0)));
-        });
-    };
+    CSynthVolume secure(20), listed(20);
+    TSecure streams = SecureStreams({{0x100, true}});
+    Put32(streams.SiiRoot, 0x20 + 36, 4096);  // the first descriptor's length
+    secure.File(9, 5, u"$Secure", 0).Extra = {ResidentAttr(0x80, streams.Sds, u"$SDS"),
+                                              ResidentAttr(0x90, streams.SiiRoot, u"$SII")};
+    // A non-resident $ATTRIBUTE_LIST claiming more bytes than its runs hold.
+    listed.File(16, 5, u"listed.txt").Extra.push_back(NonResidentAttr(0x20, {0x11, 1, 1}, 0, 4096, 8192, 8192));
     // Record 0 with its $BITMAP resident.
-    auto residentBitmap = [] {
-        TBytes image = CSynthVolume(20).Build();
-        const TBytes run = {0x11, 5, CSynthVolume::kMftCluster};
-        const TBytes record0 = FileRecord({ResidentAttr(0x10, TBytes(0x48, 0)),
-                                           NonResidentAttr(0x80, run, 0, 5 * 4096, 20 * 1024, 20 * 1024),
-                                           ResidentAttr(0xB0, TBytes(8, 0xFF))});
-        std::copy(record0.begin(), record0.end(), image.begin() + CSynthVolume::kMftCluster * CSynthVolume::kCluster);
-        return image;
-    };
+    TBytes residentBitmap = CSynthVolume(20).Build();
+    const TBytes record0 = FileRecord({ResidentAttr(0x10, TBytes(0x48, 0)),
+                                       NonResidentAttr(0x80, {0x11, 5, CSynthVolume::kMftCluster}, 0, 5 * 4096,
+                                                       20 * 1024, 20 * 1024),
+                                       ResidentAttr(0xB0, TBytes(8, 0xFF))});
+    std::copy(record0.begin(), record0.end(), residentBitmap.begin() + CSynthVolume::kMftCluster * CSynthVolume::kCluster);
     const struct {
         const char* What;
         TBytes Image;
         std::string Settings;
         const char* Failure;
-        const char16_t* Line;
-        int32_t Level;
     } cases[] = {
-        {"48-byte $STANDARD_INFORMATION", shortStandardInformation(48), kPlain, "",
-         u"File #0x0000000000000010. $STANDART_ATTRIBUTE havn`t SecurityId.", LogWarning},
-        {"8-byte $STANDARD_INFORMATION", shortStandardInformation(8), kPlain, "",
-         u"File #0x0000000000000010. $STANDART_ATTRIBUTE havn`t LastModificationTime.", LogWarning},
-        {"resident $MFT bitmap", residentBitmap(), kPlain, "$MFT $BITMAP RESIDENT_FORM parse not implemented!",
-         u"$MFT $BITMAP RESIDENT_FORM", LogError},
-        {"attribute list longer than its runs",
-         withFile([](TSynthRecord& r) { r.Extra.push_back(NonResidentAttr(0x20, {0x11, 1, 1}, 0, 4096, 8192, 8192)); }),
-         kPlain, "Attribute NONRESIDENT_FORM invalid file size!",
-         u"    Attribute NONRESIDENT_FORM invalid file size! Nonresident.FileSize=8192, BufCount=4096", LogError},
-        {"$SDS record passing the stream", withSecure(4096), kNoReparse,
-         "indexer::fast_ntfs_indexer::ParseSII_cb fail. Attribute overflow. ValidDataLength=0x0000000000000048", nullptr,
-         0},
+        {"resident $MFT bitmap", residentBitmap, kPlain, "$MFT $BITMAP RESIDENT_FORM parse not implemented!"},
+        {"attribute list longer than its runs", listed.Build(), kPlain,
+         "Attribute NONRESIDENT_FORM invalid file size!"},
+        {"$SDS record passing the stream", secure.Build(), kNoReparse,
+         "indexer::fast_ntfs_indexer::ParseSII_cb fail. Attribute overflow. ValidDataLength=0x0000000000000048"},
         {"link with an attribute list", link([](TSynthRecord& r) { r.Extra.push_back(ResidentAttr(0x20, {})); }),
-         kNoOwners, "_FillReparsePointInfo fail. $ATTRIBUTE_LIST found!", u"FRN: 0x0000000000000013.", LogError},
+         kNoOwners, "_FillReparsePointInfo fail. $ATTRIBUTE_LIST found!"},
         {"link in a folder that gives no row", link([](TSynthRecord& r) { r.StandardInformation = false; }, true),
-         kNoOwners, "BuildReparsePointList fail.", u"_GetDirectoryInfo fail. _GetDirInfo() return NULL!", LogError},
+         kNoOwners, "BuildReparsePointList fail."},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.What);
-        ngitest::CLogCapture log;
         const std::string failure = Index(c.Image, {.Settings = c.Settings});
-        if (*c.Failure == 0)
-            EXPECT_EQ(failure, "");
-        else
-            EXPECT_NE(failure.find(c.Failure), std::string::npos) << failure;
-        if (c.Line) {
-            EXPECT_EQ(log.LevelOf(c.Line), c.Level) << U8(log.Text());
-        }
+        EXPECT_NE(failure.find(c.Failure), std::string::npos) << c.What << ": " << failure;
     }
 }
 

@@ -47,18 +47,6 @@ TEST(NtfsAttributes, DosOnlyNamesAreRefusedAndAllOthersKept) {
     }
 }
 
-TEST(NtfsAttributes, LongAndShortNameGiveTheLongOneAndHardLinksGiveEach) {
-    CNtfsAttributes attributes(nullptr);
-    TParsed p = Parse({ResidentAttr(0x30, FileNameValue(5, u"LONGFI~1.TXT", 2)),
-                       ResidentAttr(0x30, FileNameValue(5, u"long file name.txt", 1)),
-                       ResidentAttr(0x30, FileNameValue(40, u"link in another folder", 0))});
-    TFileNamePropsList list;
-    for (const CAttrHeader& a : p.attrs) attributes.GetFileNameProps(a, list);
-    ASSERT_EQ(list.size(), 2u);
-    EXPECT_EQ(list[0]->FileName, u"long file name.txt");
-    EXPECT_EQ(list[1]->ParentFileRef, 40u);
-}
-
 TEST(NtfsAttributes, NameLongerThanItsValueFails) {
     CNtfsAttributes attributes(nullptr);
     TFileNamePropsList list;

@@ -188,20 +188,6 @@ TEST(NtfsRunList, DecodesCountsDeltasAndSparseRuns) {
     EXPECT_FALSE(blocks[2].Sparse);
 }
 
-TEST(NtfsRunList, ExtentsContinueTheVcnsAlreadyHeldAndRestartTheLcn) {
-    TBytes r;
-    TBlockVector blocks;
-    DecodeRunList(Runs(r, {0x11, 0x02, 0x40}), 512, blocks);
-    const uint64_t next = DecodeRunList(Runs(r, {0x11, 0x03, 0x10}), 512, blocks);
-    ASSERT_EQ(blocks.size(), 2u);
-    EXPECT_EQ(blocks[1].FirstVcn, 2u);
-    EXPECT_EQ(blocks[1].DiskOffset, 0x10u * 512);
-    EXPECT_EQ(next, 5u);
-    // An empty mapping pairs area adds nothing.
-    EXPECT_EQ(DecodeRunList(Runs(r, {}), 512, blocks), 5u);
-    EXPECT_EQ(blocks.size(), 2u);
-}
-
 TEST(NtfsRunList, DamagedRunsFail) {
     struct Case {
         TBytes pairs;
@@ -312,14 +298,6 @@ TEST(NtfsIndexEntries, EntriesThatLeaveTheNodeFail) {
         ExpectExc([&] { e.Key(); }, "passes its entry");
         return 1;
     }, 0, 0, u"test");
-}
-
-TEST(NtfsIndexEntries, PointerFormIsLoggedAndWalked) {
-    ngitest::CLogCapture log;
-    TNode node{Cat({IndexEntry(1, TBytes(8, 0), 0x8000), IndexEntry(0, {}, 2)}), {}};
-    Walk(node);
-    EXPECT_EQ(node.order, (std::vector<std::string>{"key:1"}));
-    EXPECT_TRUE(log.Contains(u"test fail. IndexEntry POINTER_FORM!"));
 }
 
 TEST(NtfsIndexBlock, SignatureAndFixupsAreStrict) {
