@@ -10,6 +10,7 @@
 #include "fast/fast_test_util.h"
 #include "fast/fast_volume_builder.h"
 #include "ntfs/ntfs_attributes.h"
+#include "platform/errors.h"
 #include "platform/volume_table.h"
 #include "testing/log_capture.h"
 #include "testing/temp_registry.h"
@@ -32,10 +33,20 @@ platform::CVolumeTable DriveC() {
     return platform::CVolumeTable(volumes, {});
 }
 
+// Every lookup fails, as for accounts of a domain out of reach.
+class CFailingAccounts : public platform::IAccounts {
+public:
+    bool LookupAccountSid(const uint8_t*, size_t, std::u16string&, std::u16string&, uint32_t&) override {
+        platform::SetLastError(platform::kErrNoneMapped);
+        return false;
+    }
+};
+
 struct TRun {
     std::string Settings = kPlain;
     std::vector<std::u16string> Include = {}, Exclude = {};
     bool WithPaths = true;
+    platform::IAccounts* Accounts = &platform::SystemAccounts();
 };
 
 class FastSynthetic : public ::testing::Test {
@@ -49,7 +60,8 @@ protected:
         ngitest::CTempDir out;
         indexer::CIncExcNode root(run.Include, run.Exclude);
         try {
-            m_Content = ReadIndex(RunPipeline(image, root, out, {.Volumes = &m_Table}), run.WithPaths);
+            m_Content = ReadIndex(RunPipeline(image, root, out, {.Accounts = run.Accounts, .Volumes = &m_Table}),
+                                  run.WithPaths);
         } catch (const CExc& e) {
             return U8(e.GetDescription());
         }
@@ -293,6 +305,26 @@ TEST_F(FastSynthetic, DescriptorsWithoutOwnerGiveOwnerZeroAndOneWarning) {
     EXPECT_EQ(std::get<0>(m_Content.Owners[1]), "S-1-5-32-256");
     EXPECT_EQ(log.Count(u"have no owner"), 1u);
     EXPECT_TRUE(log.Contains(u"2 security descriptors of $Secure have no owner; their files get owner 0."));
+}
+
+// Six owners whose accounts can't be found: five lines, then the count.
+TEST_F(FastSynthetic, FailedLookupsAreLoggedFiveTimesAndCounted) {
+    CSynthVolume volume(24);
+    std::vector<std::pair<uint32_t, bool>> ids;
+    for (uint32_t i = 0; i < 6; ++i) {
+        ids.push_back({0x100 + i, true});
+        volume.File(16 + i, 5, u"f" + std::u16string(1, u'0' + i)).SecurityId = 0x100 + i;
+    }
+    const TSecure secure = SecureStreams(ids);
+    TSynthRecord& record9 = volume.Dir(9, 5, u"$Secure");  // no $DATA: the streams fill the record
+    record9.StandardInformation = false;
+    record9.Extra = {ResidentAttr(0x80, secure.Sds, u"$SDS"), ResidentAttr(0x90, secure.SiiRoot, u"$SII")};
+    CFailingAccounts accounts;
+    ngitest::CLogCapture log;
+    ASSERT_EQ(Index(volume, {.Settings = kNoReparse, .Accounts = &accounts}), "");
+    EXPECT_EQ(m_Content.Owners.size(), 7u);
+    EXPECT_EQ(log.Count(u"CFastNtfsProcessor::StoreOwners fail. SID=[S-1-5-32-"), 5u);
+    EXPECT_TRUE(log.Contains(u"Failed to recognize 6 owners."));
 }
 
 // $Secure's $SDS split over record 9 and extension records 17 and 18
