@@ -291,9 +291,7 @@ void AddReparseIndex(CSynthVolume& volume, uint64_t reparseFrn, const std::vecto
 
 TEST_F(FastSynthetic, DescriptorsWithoutOwnerGiveOwnerZeroAndOneWarning) {
     CSynthVolume volume(24);
-    const TSecure secure = SecureStreams({{0x100, true}, {0x101, false}, {0x102, false}});
-    volume.File(9, 5, u"$Secure", 0).Extra = {ResidentAttr(0x80, secure.Sds, u"$SDS"),
-                                              ResidentAttr(0x90, secure.SiiRoot, u"$SII")};
+    AddSecure(volume, SecureStreams({{0x100, true}, {0x101, false}, {0x102, false}}));
     volume.File(16, 5, u"owned.txt").SecurityId = 0x100;
     volume.File(17, 5, u"nobody.txt").SecurityId = 0x101;
     volume.File(18, 5, u"nobody-too.txt").SecurityId = 0x102;
@@ -315,10 +313,7 @@ TEST_F(FastSynthetic, FailedLookupsAreLoggedFiveTimesAndCounted) {
         ids.push_back({0x100 + i, true});
         volume.File(16 + i, 5, u"f" + std::u16string(1, u'0' + i)).SecurityId = 0x100 + i;
     }
-    const TSecure secure = SecureStreams(ids);
-    TSynthRecord& record9 = volume.Dir(9, 5, u"$Secure");  // no $DATA: the streams fill the record
-    record9.StandardInformation = false;
-    record9.Extra = {ResidentAttr(0x80, secure.Sds, u"$SDS"), ResidentAttr(0x90, secure.SiiRoot, u"$SII")};
+    AddSecure(volume, SecureStreams(ids));
     CFailingAccounts accounts;
     ngitest::CLogCapture log;
     ASSERT_EQ(Index(volume, {.Settings = kNoReparse, .Accounts = &accounts}), "");
@@ -438,8 +433,7 @@ TEST_F(FastSynthetic, DamagedMetadataStopsTheVolumeNamingIt) {
     CSynthVolume secure(20), listed(20);
     TSecure streams = SecureStreams({{0x100, true}});
     Put32(streams.SiiRoot, 0x20 + 36, 4096);  // the first descriptor's length
-    secure.File(9, 5, u"$Secure", 0).Extra = {ResidentAttr(0x80, streams.Sds, u"$SDS"),
-                                              ResidentAttr(0x90, streams.SiiRoot, u"$SII")};
+    AddSecure(secure, streams);
     // A non-resident $ATTRIBUTE_LIST claiming more bytes than its runs hold.
     listed.File(16, 5, u"listed.txt").Extra.push_back(NonResidentAttr(0x20, {0x11, 1, 1}, 0, 4096, 8192, 8192));
     // Record 0 with its $BITMAP resident.

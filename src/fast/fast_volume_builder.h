@@ -48,7 +48,6 @@ public:
         root.Indexed = true;
         m_Records[5] = root;
     }
-    TSynthRecord& Record(uint64_t frn) { return m_Records[frn]; }
     // Record with one name.
     TSynthRecord& Dir(uint64_t frn, uint64_t parent, std::u16string name) {
         TSynthRecord& r = m_Records[frn];
@@ -176,6 +175,14 @@ inline TSecure SecureStreams(const std::vector<std::pair<uint32_t, bool>>& ids, 
     if (stride == 56) out.Sds.resize(out.Sds.size() + 16);  // no record may end where the stream ends
     out.SiiRoot = IndexRootValue(entries);
     return out;
+}
+
+// $Secure (record 9) with the streams resident; a folder without
+// $STANDARD_INFORMATION, so that six descriptors fit the record.
+inline void AddSecure(CSynthVolume& volume, const TSecure& secure) {
+    TSynthRecord& record = volume.Dir(9, 5, u"$Secure");
+    record.StandardInformation = false;
+    record.Extra = {ResidentAttr(0x80, secure.Sds, u"$SDS"), ResidentAttr(0x90, secure.SiiRoot, u"$SII")};
 }
 
 // One $ATTRIBUTE_LIST entry.
