@@ -124,7 +124,6 @@ public:
     // For tests and the pipeline.
     const CDirInfoTable& GetDirs() const { return m_Dirs; }
     const COwnersTable& GetOwners() const { return m_Owners; }
-    COwnersTable& OwnersForTest() { return m_Owners; }
     const std::vector<TReparsePoint>& GetReparsePoints() const { return m_ReparsePoints; }
     uint64_t GetUnparsedReparseCount() const { return m_UnparsedReparseCount; }
     // Settings, as read by the constructor; tests may change them.

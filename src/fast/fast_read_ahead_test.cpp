@@ -4,81 +4,60 @@
 // loop reads block by block.
 #include <gtest/gtest.h>
 
-#include <algorithm>
-
 #include "fast/fast_test_util.h"
 #include "testing/log_capture.h"
 
 using namespace ngitest::fast;
-using TTuning = indexer::CBlockReadAhead::TTuning;
 
 namespace {
 
-struct TRun {
-    std::vector<uint8_t> Index;
-    std::u16string Log;
-};
-
-// Every run writes into the same folder, so that the log names the same files.
-TRun IndexWith(const fs::path& image, const TReadOptions& read) {
+// The index bytes and the log; every run writes into the same folder, so
+// that the log names the same files.
+std::pair<std::vector<uint8_t>, std::string> IndexWith(const fs::path& image, uint32_t depth, uint32_t requestKiB,
+                                                       bool async, bool directIo) {
     static ngitest::CTempDir out;
     fs::remove(out.Native() / "volume.C.ifd");
     indexer::CIncExcNode root(std::vector<std::u16string>{}, std::vector<std::u16string>{});
-    TRun run;
+    indexer::CBlockReadAhead::TTuning tuning;
+    tuning.depth = depth;
+    tuning.requestBytes = requestKiB << 10;
+    tuning.async = async;
     ngitest::CLogCapture capture;
-    run.Index = ngitest::ntfs::ReadBytes(RunPipeline(image, root, out, {}, read));
-    run.Log = capture.Text();
-    return run;
+    std::vector<uint8_t> index = ngitest::ntfs::ReadBytes(RunPipeline(image, root, out, {}, {tuning, directIo}));
+    return {index, U8(capture.Text())};
 }
 
-TTuning Tuning(uint32_t depth, uint32_t requestKiB, bool async) {
-    TTuning t;
-    t.depth = depth;
-    t.requestBytes = requestKiB << 10;
-    t.async = async;
-    return t;
-}
-
-class FastReadAhead : public ::testing::TestWithParam<TImage> {};
+class FastReadAhead : public ::testing::TestWithParam<ngitest::ntfs::TImage> {};
 
 TEST_P(FastReadAhead, SameIndexAndLogAsBlockByBlock) {
-    ngitest::CTempDir dir;
-    const fs::path image = dir.Native() / "volume.img";
-    ASSERT_TRUE(ngitest::ntfs::Decompress(GetParam().Gz, image));
-    const TRun plain = IndexWith(image, {Tuning(0, 1024, true), false});
-    ASSERT_FALSE(plain.Index.empty());
+    const fs::path image = ngitest::ntfs::UnpackedImage(GetParam());
+    ASSERT_FALSE(image.empty());
+    const auto plain = IndexWith(image, 0, 1024, true, false);
+    ASSERT_FALSE(plain.first.empty());
     const struct {
         const char* what;
-        TReadOptions read;
+        uint32_t depth, requestKiB;
+        bool async, directIo;
     } cases[] = {
-        {"io_uring, depth 8, 1 MiB", {Tuning(8, 1024, true), false}},
-        {"io_uring, depth 1, one block", {Tuning(1, 256, true), false}},
-        {"synchronous, depth 4, 2 MiB", {Tuning(4, 2048, false), false}},
-        {"io_uring, unbuffered", {Tuning(8, 1024, true), true}},
-        {"no read-ahead, unbuffered", {Tuning(0, 1024, true), true}},
+        {"io_uring, depth 8, 1 MiB", 8, 1024, true, false},   {"io_uring, depth 1, one block", 1, 256, true, false},
+        {"synchronous, depth 4, 2 MiB", 4, 2048, false, false}, {"io_uring, unbuffered", 8, 1024, true, true},
+        {"no read-ahead, unbuffered", 0, 1024, true, true},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
-        TRun run;
         try {
-            run = IndexWith(image, c.read);
+            const auto run = IndexWith(image, c.depth, c.requestKiB, c.async, c.directIo);
+            EXPECT_TRUE(run.first == plain.first);
+            EXPECT_EQ(run.second, plain.second);
         } catch (const CExc&) {
-            // Only the unbuffered cases may be refused, by a file system
-            // without direct I/O (tmpfs).
-            ASSERT_TRUE(c.read.DirectIo);
-            continue;
+            // Only unbuffered reads may be refused, by a file system without
+            // direct I/O (tmpfs).
+            EXPECT_TRUE(c.directIo);
         }
-        EXPECT_TRUE(run.Index == plain.Index);
-        EXPECT_EQ(U8(run.Log), U8(plain.Log));
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Images, FastReadAhead, ::testing::ValuesIn(AllImages()),
-                         [](const auto& info) {
-                             std::string name = info.param.Name;
-                             for (char& c : name)
-                                 if (!isalnum(static_cast<unsigned char>(c))) c = '_';
-                             return name;
-                         });
+INSTANTIATE_TEST_SUITE_P(Images, FastReadAhead, ::testing::ValuesIn(ngitest::ntfs::AllImages()),
+                         ngitest::ntfs::TImageTestName());
 
 }  // namespace

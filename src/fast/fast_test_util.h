@@ -1,7 +1,7 @@
 #pragma once
 // Tests only: runs the fast pipeline over a volume image into an index file
-// and reads the result back as path sets; the Sleuth Kit's listing and
-// libfsntfs's records in the same form.
+// and reads the result back as path sets; the Sleuth Kit's listing in the
+// same form.
 
 #include <algorithm>
 #include <filesystem>
@@ -15,7 +15,6 @@
 
 #include "base/utf.h"
 #include "fast/volume_ntfs_indexer.h"
-#include "ntfs/fsntfsinfo_listing.h"
 #include "ntfs/ntfs_test_util.h"
 #include "platform/volume_io.h"
 #include "store/index_base_reader.h"
@@ -34,7 +33,6 @@ struct TIndexContent {
     std::set<std::string> Dirs;  // "" for the root, "a/b" below it
     std::set<TFileRow> Files;
     std::vector<std::pair<uint64_t, uint64_t>> DirRows;  // (id, parent id) in row order
-    std::vector<std::string> DirNames;                   // by id
     std::vector<std::tuple<std::string, std::string, std::string>> Owners;
     std::map<std::string, uint32_t> FileOwners;          // path to owner id
     std::vector<uint64_t> FileParents;                   // parent id of each file row
@@ -61,7 +59,6 @@ inline TIndexContent ReadIndex(const fs::path& file, bool withPaths = true) {
         rec::CDirRecord row;
         reader.GetDir(id, row);
         c.DirRows.emplace_back(id, row.m_ParentId);
-        c.DirNames.push_back(U8(row.m_Name));
         // Parents come first: a path is its parent's and the name (linear
         // also for a chain of thousands of levels).
         if (id == 0 || !withPaths)
@@ -92,26 +89,6 @@ inline TIndexContent ReadIndex(const fs::path& file, bool withPaths = true) {
     return c;
 }
 
-// An NTFS image of the tests: a fixture or a shared sample, gzipped.
-struct TImage {
-    std::string Name;
-    fs::path Gz;
-};
-
-inline void PrintTo(const TImage& image, std::ostream* os) { *os << image.Name; }
-
-// Every fixture image and shared sample, by name.
-inline std::vector<TImage> AllImages() {
-    std::vector<TImage> images;
-    for (const fs::path& folder : {ngitest::ntfs::SourceDir() / "fixtures" / "ntfs", ngitest::ntfs::SamplesDir()}) {
-        std::error_code ec;
-        for (const auto& e : fs::directory_iterator(folder, ec))
-            if (e.path().extension() == ".gz") images.push_back({e.path().stem().stem().string(), e.path()});
-    }
-    std::sort(images.begin(), images.end(), [](const TImage& a, const TImage& b) { return a.Name < b.Name; });
-    return images;
-}
-
 // Indexes `image` as volume "C:" with the filter tree `root` into a fresh
 // index file in `dir`; returns its path. Throws what the pipeline throws.
 // How RunPipeline reads: the read-ahead's tuning (none: the settings') and
@@ -140,137 +117,29 @@ inline fs::path RunPipeline(const fs::path& image, indexer::CIncExcNode& root, c
     return dir.Native() / "volume.C.ifd";
 }
 
-// The Sleuth Kit's view: `fls -r -u -p -m /`, without metafiles (records
-// below 16 in the root, anything in $Extend), alternate streams, $FILE_NAME
-// lines and orphans. Directories as paths, files with size and time.
+// The Sleuth Kit's view (ngitest::ntfs::ListFls) as index rows: without
+// metafiles (records below 16 in the root, anything in $Extend), alternate
+// streams and $FILE_NAME lines; directories as paths, files with size and
+// time; the record behind each path.
 struct TFlsContent {
-    std::set<std::string> Dirs{""};
-    std::set<TFileRow> Files;
-    bool Read = false;
-};
-
-inline TFlsContent RunFls(const fs::path& image) {
-    TFlsContent c;
-    std::istringstream in(ngitest::ntfs::RunCommand("fls -r -u -p -m / " + ngitest::ntfs::Quote(image) +
-                                                    " 2>/dev/null"));
-    std::string line;
-    while (std::getline(in, line)) {
-        std::vector<std::string> f;
-        std::stringstream ss(line);
-        std::string part;
-        while (std::getline(ss, part, '|')) f.push_back(part);
-        if (f.size() < 11) continue;
-        c.Read = true;
-        std::string path = f[1];
-        if (path.find(" ($FILE_NAME)") != std::string::npos) continue;
-        const size_t slash = path.rfind('/');
-        if (path.find(':', slash == std::string::npos ? 0 : slash) != std::string::npos) continue;
-        if (path.rfind("/$OrphanFiles", 0) == 0 || path.rfind("/$Extend", 0) == 0) continue;
-        const uint64_t inode = std::stoull(f[2]);
-        if (inode < 16 && path.find('/', 1) == std::string::npos) continue;
-        path.erase(0, 1);
-        if (f[3].rfind("d/", 0) == 0)
-            c.Dirs.insert(path);
-        else
-            c.Files.insert({path, std::stoull(f[6]), std::stoll(f[8])});
-    }
-    return c;
-}
-
-// libfsntfs's records (ngitest::ntfs::RunFsntfsinfo) as the rows an index
-// should hold: folders reached from the root through folders in use, without
-// metafiles (records below 16, $Extend and below) and DOS-only names; files
-// with the size of their unnamed $DATA and the $STANDARD_INFORMATION time in
-// whole seconds. Records gives the record behind each path.
-struct TFsntfsContent {
     std::set<std::string> Dirs{""};
     std::set<TFileRow> Files;
     std::map<std::string, uint64_t> Records;
 };
 
-inline TFsntfsContent RowsFromFsntfs(const std::map<uint64_t, ngitest::ntfs::TFsntfsRecord>& records) {
-    TFsntfsContent c;
-    auto firstName = [](const ngitest::ntfs::TFsntfsRecord& r) -> const ngitest::ntfs::TFsntfsName* {
-        for (const auto& n : r.Names)
-            if (n.Namespace != 2) return &n;
-        return nullptr;
-    };
-    // A folder's path, or nullopt when its chain leaves the user's tree;
-    // chains are followed at most 4096 levels.
-    std::map<uint64_t, std::optional<std::string>> paths{{5, std::string()}};
-    auto pathOf = [&](uint64_t folder) -> std::optional<std::string> {
-        std::vector<uint64_t> chain;
-        uint64_t at = folder;
-        while (!paths.count(at)) {
-            const auto it = records.find(at);
-            const ngitest::ntfs::TFsntfsName* name = it == records.end() ? nullptr : firstName(it->second);
-            if (chain.size() > 4096 || !name || !ngitest::ntfs::IsUserRecord(at, it->second) ||
-                !it->second.Directory) {
-                paths[at] = std::nullopt;
-                break;
-            }
-            chain.push_back(at);
-            at = name->Parent;
-        }
-        for (auto rit = chain.rbegin(); rit != chain.rend(); ++rit) {
-            const std::optional<std::string>& parent = paths[firstName(records.at(*rit))->Parent];
-            paths[*rit] = parent ? std::optional<std::string>((parent->empty() ? "" : *parent + "/") +
-                                                              firstName(records.at(*rit))->Name)
-                                 : std::nullopt;
-        }
-        return paths[folder];
-    };
-    for (const auto& [number, r] : records) {
-        if (number < 16 || !ngitest::ntfs::IsUserRecord(number, r)) continue;
-        for (const auto& n : r.Names) {
-            if (n.Namespace == 2) continue;
-            const std::optional<std::string> dir = pathOf(n.Parent);
-            if (!dir) continue;
-            const std::string path = (dir->empty() ? "" : *dir + "/") + n.Name;
-            c.Records[path] = number;
-            if (r.Directory)
-                c.Dirs.insert(path);
-            else
-                c.Files.insert({path, r.DataSize.value_or(0),
-                                static_cast<int64_t>(r.ModificationTime / 10000000) -
-                                    static_cast<int64_t>(kEpochDelta / 10000000)});
-        }
+inline TFlsContent RunFls(const fs::path& image) {
+    TFlsContent c;
+    for (ngitest::ntfs::TFlsLine& e : ngitest::ntfs::ListFls(image)) {
+        if (e.FileNameLine || e.Stream || e.Path.rfind("/$Extend", 0) == 0) continue;
+        if (e.Inode < 16 && e.Path.find('/', 1) == std::string::npos) continue;
+        e.Path.erase(0, 1);
+        c.Records[e.Path] = e.Inode;
+        if (e.Directory)
+            c.Dirs.insert(e.Path);
+        else
+            c.Files.insert({e.Path, e.Size, e.Mtime});
     }
     return c;
-}
-
-// A path with every character beyond the BMP (4-byte UTF-8) as "?": this
-// libfsntfs decodes surrogate pairs into the wrong character.
-inline std::string BlurAstral(std::string path) {
-    for (size_t i = 0; i < path.size(); ++i)
-        if ((static_cast<unsigned char>(path[i]) & 0xF8) == 0xF0) path.replace(i, 4, "?");
-    return path;
-}
-
-inline std::set<std::string> BlurAstral(const std::set<std::string>& paths) {
-    std::set<std::string> out;
-    for (const std::string& p : paths) out.insert(BlurAstral(p));
-    return out;
-}
-
-inline std::set<TFileRow> BlurAstral(const std::set<TFileRow>& rows) {
-    std::set<TFileRow> out;
-    for (const auto& [path, size, time] : rows) out.insert({BlurAstral(path), size, time});
-    return out;
-}
-
-// The elements of a that b lacks, one per line, at most 20.
-template <class T, class Show>
-std::string Missing(const std::set<T>& a, const std::set<T>& b, Show show) {
-    std::string out;
-    int n = 0;
-    for (const T& x : a)
-        if (!b.count(x) && n++ < 20) out += "  " + show(x) + "\n";
-    return out;
-}
-
-inline std::string ShowRow(const TFileRow& r) {
-    return std::get<0>(r) + " size " + std::to_string(std::get<1>(r)) + " time " + std::to_string(std::get<2>(r));
 }
 
 // The clusters istat lists under the attribute line starting `type`, and the

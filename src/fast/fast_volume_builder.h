@@ -48,7 +48,6 @@ public:
         root.Indexed = true;
         m_Records[5] = root;
     }
-    TSynthRecord& Record(uint64_t frn) { return m_Records[frn]; }
     // Record with one name.
     TSynthRecord& Dir(uint64_t frn, uint64_t parent, std::u16string name) {
         TSynthRecord& r = m_Records[frn];
@@ -70,16 +69,8 @@ public:
         const uint64_t bitmapBytes = ((m_Count + 63) / 64) * 8;
         const uint64_t bitmapClusters = (bitmapBytes + kCluster - 1) / kCluster;
         const uint64_t clusters = bitmapCluster + bitmapClusters + 1;
-        TBytes image(clusters * kCluster, 0);
-        std::copy_n("NTFS    ", 8, image.begin() + 3);
-        Put16(image, 0x0B, 512);
-        image[0x0D] = 8;
-        Put64(image, 0x28, clusters * 8);
-        Put64(image, 0x30, kMftCluster);
-        image[0x40] = 0xF6;
-        image[0x44] = 1;
-        image[510] = 0x55;
-        image[511] = 0xAA;
+        TBytes image = BootSector(512, 8, 0xF6, 1, clusters * 8, kMftCluster);
+        image.resize(clusters * kCluster);
 
         const TBytes record0 = FileRecord(
             {ResidentAttr(0x10, StandardInformation(0, 0x100)),
@@ -130,28 +121,17 @@ private:
     }
     // A resident $I30 root listing the children (first names only).
     TBytes IndexRoot(uint64_t frn) const {
-        TBytes entries;
+        std::vector<TBytes> entries;
+        size_t bytes = 0;
         for (const auto& [child, r] : m_Records) {
-            if (child == frn || r.Names.empty() || child >= m_Count) continue;
-            for (const TSynthName& n : r.Names) {
-                if (n.Parent != frn) continue;
-                const TBytes e = IndexEntry(child, FileNameValue(n.Parent, n.Name, n.NameSpace), 0);
-                entries.insert(entries.end(), e.begin(), e.end());
-            }
-            if (entries.size() > 500) break;  // a root must fit its record
+            if (child == frn || child >= m_Count || bytes > 500) continue;  // a root must fit its record
+            for (const TSynthName& n : r.Names)
+                if (n.Parent == frn) {
+                    entries.push_back(IndexEntry(child, FileNameValue(n.Parent, n.Name, n.NameSpace), 0));
+                    bytes += entries.back().size();
+                }
         }
-        const TBytes last = IndexEntry(0, {}, 2);
-        entries.insert(entries.end(), last.begin(), last.end());
-        TBytes v(0x20, 0);
-        Put32(v, 0, 0x30);
-        Put32(v, 4, 1);
-        Put32(v, 8, kCluster);
-        v[12] = 1;
-        Put32(v, 0x10, 0x10);
-        Put32(v, 0x14, static_cast<uint32_t>(0x10 + entries.size()));
-        Put32(v, 0x18, static_cast<uint32_t>(0x10 + entries.size()));
-        v.insert(v.end(), entries.begin(), entries.end());
-        return ResidentAttr(0x90, v, u"$I30");
+        return ResidentAttr(0x90, IndexRootValue(entries, 0x30), u"$I30");
     }
 
     uint64_t m_Count;
@@ -166,7 +146,7 @@ struct TSecure {
 };
 inline TSecure SecureStreams(const std::vector<std::pair<uint32_t, bool>>& ids, uint32_t stride = 56) {
     TSecure out;
-    TBytes entries;
+    std::vector<TBytes> entries;
     for (const auto& [id, owned] : ids) {
         const uint32_t offset = static_cast<uint32_t>(out.Sds.size());
         TBytes record(56, 0);
@@ -181,7 +161,7 @@ inline TSecure SecureStreams(const std::vector<std::pair<uint32_t, bool>>& ids, 
         Put32(record, 52, id);
         record.resize(stride, 0);
         out.Sds.insert(out.Sds.end(), record.begin(), record.end());
-        TBytes entry(40, 0);
+        TBytes entry(40, 0);  // the $SII entry: key the id, data the descriptor's place
         Put16(entry, 0, 20);
         Put16(entry, 2, 20);
         Put16(entry, 8, 40);
@@ -190,17 +170,19 @@ inline TSecure SecureStreams(const std::vector<std::pair<uint32_t, bool>>& ids, 
         Put32(entry, 24, id);
         Put64(entry, 28, offset);
         Put32(entry, 36, 56);
-        entries.insert(entries.end(), entry.begin(), entry.end());
+        entries.push_back(entry);
     }
     if (stride == 56) out.Sds.resize(out.Sds.size() + 16);  // no record may end where the stream ends
-    const TBytes last = IndexEntry(0, {}, 2);
-    entries.insert(entries.end(), last.begin(), last.end());
-    out.SiiRoot.assign(0x20, 0);
-    Put32(out.SiiRoot, 0x10, 0x10);
-    Put32(out.SiiRoot, 0x14, static_cast<uint32_t>(0x10 + entries.size()));
-    Put32(out.SiiRoot, 0x18, static_cast<uint32_t>(0x10 + entries.size()));
-    out.SiiRoot.insert(out.SiiRoot.end(), entries.begin(), entries.end());
+    out.SiiRoot = IndexRootValue(entries);
     return out;
+}
+
+// $Secure (record 9) with the streams resident; a folder without
+// $STANDARD_INFORMATION, so that six descriptors fit the record.
+inline void AddSecure(CSynthVolume& volume, const TSecure& secure) {
+    TSynthRecord& record = volume.Dir(9, 5, u"$Secure");
+    record.StandardInformation = false;
+    record.Extra = {ResidentAttr(0x80, secure.Sds, u"$SDS"), ResidentAttr(0x90, secure.SiiRoot, u"$SII")};
 }
 
 // One $ATTRIBUTE_LIST entry.
@@ -220,11 +202,11 @@ inline TBytes ListEntry(uint32_t type, const std::u16string& name, uint64_t vcn,
 // The records of a file whose non-resident attribute `type` named `name`
 // (three clusters from `lcn`) is split as Windows splits a large $SDS, $I30
 // or $R: the first extent in the base record, the others in extension
-// records, each extent under the instance number of its own record (3 in
-// the base record, 0 in both others). Extension `second` holds VCN 2 but
-// comes first in the list (for its unnamed $DATA), so that extents placed by
-// record would be misplaced; `first` holds VCN 1. `vcnOfFirst` and
-// `instanceOfFirst` damage the extent in `first` or the list entry naming it.
+// records `first` (VCN 1) and `second` (VCN 2, named first in the list for
+// its unnamed $DATA, so that extents placed by record would be misplaced),
+// each under the instance number of its own record (3 in the base record,
+// 0 in both others). `vcnOfFirst` and `instanceOfFirst` damage the extent in
+// `first` or the list entry naming it.
 struct TSplitRecords {
     TBytes Base, First, Second;
 };

@@ -2,11 +2,12 @@
 // and of the attribute list, on records built in memory.
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include "base/utf.h"
 #include "ntfs/ntfs_attributes.h"
 #include "ntfs/ntfs_record_builder.h"
 #include "ntfs/ntfs_volume.h"
-#include "testing/log_capture.h"
 
 using namespace indexer::fast_ntfs_indexer;
 using namespace ngitest::ntfs;
@@ -46,35 +47,6 @@ TEST(NtfsAttributes, DosOnlyNamesAreRefusedAndAllOthersKept) {
     }
 }
 
-TEST(NtfsAttributes, LongAndShortNameGiveTheLongOneAndHardLinksGiveEach) {
-    CNtfsAttributes attributes(nullptr);
-    TParsed p = Parse({ResidentAttr(0x30, FileNameValue(5, u"LONGFI~1.TXT", 2)),
-                       ResidentAttr(0x30, FileNameValue(5, u"long file name.txt", 1)),
-                       ResidentAttr(0x30, FileNameValue(40, u"link in another folder", 0))});
-    TFileNamePropsList list;
-    for (const CAttrHeader& a : p.attrs) attributes.GetFileNameProps(a, list);
-    ASSERT_EQ(list.size(), 2u);
-    EXPECT_EQ(list[0]->FileName, u"long file name.txt");
-    EXPECT_EQ(list[1]->ParentFileRef, 40u);
-}
-
-TEST(NtfsAttributes, EmptyNameIsKeptLoggedAndDumped) {
-    ngitest::CLogCapture log;
-    CNtfsAttributes attributes(nullptr);
-    TBytes value = FileNameValue(5, u"", 1);
-    value.resize(72, 0xAB);  // 72 bytes: the early value size with padding
-    TParsed p = Parse({ResidentAttr(0x30, value)});
-    TFileNamePropsList list;
-    attributes.GetFileNameProps(p.attrs[0], list);
-    ASSERT_EQ(list.size(), 1u);
-    EXPECT_TRUE(list[0]->FileName.empty());
-    EXPECT_TRUE(log.Contains(u"CNtfsAttributes::_GetFileNamePropsFromAttributeFileName. Empty file name! "));
-    EXPECT_TRUE(log.Contains(u"_GetFileNamePropsFromAttributeFileName. Attribute is resident! "));
-    EXPECT_TRUE(log.Contains(u"Address: 0x"));
-    EXPECT_TRUE(log.Contains(u"0x00000040 : 00 01 ab ab ab ab ab ab "));  // 72 bytes: a fifth, short line
-    EXPECT_FALSE(log.Contains(u"0x00000050 : "));
-}
-
 TEST(NtfsAttributes, NameLongerThanItsValueFails) {
     CNtfsAttributes attributes(nullptr);
     TFileNamePropsList list;
@@ -108,12 +80,7 @@ TEST(NtfsAttributes, SecurityIdAndTimeKeepTheirShortBounds) {
     }
     TParsed nr = Parse({NonResidentAttr(0x10, {0x11, 1, 1}, 0, 4096, 72, 72)});
     uint32_t id;
-    try {
-        attributes.GetSecurityId(nr.attrs[0], id);
-        ADD_FAILURE();
-    } catch (const CExc& e) {
-        EXPECT_EQ(e.GetDescription(), u"Attribute $STANDART_INFORMATION is not resident!");
-    }
+    EXPECT_THROW(attributes.GetSecurityId(nr.attrs[0], id), CExc);
 }
 
 TEST(NtfsAttributes, UnnamedDataSizeTakesTheFirstUnnamedValueOnly) {
@@ -132,15 +99,6 @@ TEST(NtfsAttributes, UnnamedDataSizeTakesTheFirstUnnamedValueOnly) {
     EXPECT_EQ(attributes.GetUnnamedDataSize(p.attrs[3], size), 0);  // not the first extent
     EXPECT_EQ(attributes.GetUnnamedDataSize(p.attrs[2], size), 1);
     EXPECT_EQ(size, 3000u);
-}
-
-TEST(NtfsAttributes, AttributeNamesCompareExactly) {
-    TParsed p = Parse({ResidentAttr(0x90, TBytes(8, 0), u"$I30"), ResidentAttr(0x80, TBytes(8, 0))});
-    EXPECT_TRUE(CNtfsAttributes::_IsAttributeName(p.attrs[0], u"$I30"));
-    EXPECT_FALSE(CNtfsAttributes::_IsAttributeName(p.attrs[0], u"$i30"));
-    EXPECT_FALSE(CNtfsAttributes::_IsAttributeName(p.attrs[0], u"$SII"));
-    EXPECT_FALSE(CNtfsAttributes::_IsAttributeName(p.attrs[0], u""));
-    EXPECT_TRUE(CNtfsAttributes::_IsAttributeName(p.attrs[1], u""));
 }
 
 TBytes ListEntry(uint64_t reference, uint16_t length = 0x20) {
@@ -167,58 +125,45 @@ TEST(NtfsAttributeList, NamesEachOtherRecordOnce) {
 TEST(NtfsAttributeList, DamagedEntriesFailNamingTheBaseRecord) {
     CNtfsVolume volume;
     std::vector<uint64_t> records;
-    TBytes zero = ListEntry(9);
+    TBytes zero = ListEntry(9), cut = ListEntry(9);
     Put16(zero, 4, 0);
-    TParsed a = Parse({ResidentAttr(0x20, zero)});
-    try {
-        volume._ProcessAttributeList(7, a.attrs[0], records);
-        ADD_FAILURE();
-    } catch (const CExc& e) {
-        EXPECT_NE(e.GetDescription().find(u"FRN=0x0000000000000007 is corrupted: attribute list entry at offset 0x0 has length 0x0"),
-                  std::u16string::npos);
-    }
-    TBytes cut = ListEntry(9);
     cut.resize(0x12);
-    TParsed b = Parse({ResidentAttr(0x20, cut)});
-    EXPECT_THROW(volume._ProcessAttributeList(7, b.attrs[0], records), CExc);
+    for (const TBytes& entry : {zero, cut}) {
+        TParsed p = Parse({ResidentAttr(0x20, entry)});
+        try {
+            volume._ProcessAttributeList(7, p.attrs[0], records);
+            ADD_FAILURE();
+        } catch (const CExc& e) {
+            EXPECT_NE(e.GetDescription().find(u"FRN=0x0000000000000007 is corrupted"), std::u16string::npos);
+        }
+    }
 }
 
 TEST(NtfsAttributeContent, ResidentValueIsReadAndRefusesMoreContent) {
     CNtfsVolume volume;
     TParsed p = Parse({ResidentAttr(0x80, {'a', 'b', 'c'}, u"s", 4), NonResidentAttr(0x80, {0x11, 1, 1}, 0, 4096, 5, 5)});
     CAttributeContent content(&volume, 77, u"s");
-    EXPECT_EQ(content.GetSize(), 0u);
+    // Each failure names the attribute and its record.
+    auto fails = [&](const std::function<void()>& f, std::u16string_view text) {
+        try {
+            f();
+            ADD_FAILURE() << util::Utf16ToUtf8(std::u16string(text));
+        } catch (const CExc& e) {
+            EXPECT_NE(e.GetDescription().find(text), std::u16string::npos) << util::Utf16ToUtf8(e.GetDescription());
+            EXPECT_NE(e.GetDescription().find(u"Attribute [s] of file record FRN=0x000000000000004d."),
+                      std::u16string::npos);
+        }
+    };
     char out[8] = {};
-    // A read that cannot be served names the attribute and its record.
-    const std::u16string where = u"Attribute [s] of file record FRN=0x000000000000004d.";
-    try {
-        content.Read(0, out, 1);
-        ADD_FAILURE();
-    } catch (const CExc& e) {
-        EXPECT_NE(e.GetDescription().find(u"Attribute isn`t initialized."), std::u16string::npos);
-        EXPECT_NE(e.GetDescription().find(where), std::u16string::npos) << util::Utf16ToUtf8(e.GetDescription());
-    }
+    EXPECT_EQ(content.GetSize(), 0u);
+    fails([&] { content.Read(0, out, 1); }, u"Attribute isn`t initialized.");
     content.ParseAttribute(p.attrs[0]);
     EXPECT_EQ(content.GetSize(), 3u);
     EXPECT_EQ(content.Read(1, out, 8), 2u);
     EXPECT_EQ(std::string(out, 2), "bc");
-    try {
-        content.Read(3, out, 0);
-        ADD_FAILURE();
-    } catch (const CExc& e) {
-        EXPECT_NE(e.GetDescription().find(u"indexer::fast_ntfs_indexer::CAttributeContent::Read fail. Invalid "
-                                          u"offset 0x0000000000000003. Resident data length=0x0000000000000003."),
-                  std::u16string::npos);
-        EXPECT_NE(e.GetDescription().find(where), std::u16string::npos);
-    }
-    try {
-        content.ParseAttribute(p.attrs[0]);
-        ADD_FAILURE();
-    } catch (const CExc& e) {
-        EXPECT_NE(e.GetDescription().find(u"Attribute have already had content. FRN=0x000000000000004d, AttrName[s]"),
-                  std::u16string::npos);
-    }
-    EXPECT_THROW(content.ParseAttribute(p.attrs[1]), CExc);  // resident content is there
+    fails([&] { content.Read(3, out, 0); }, u"Invalid offset 0x0000000000000003. Resident data length=0x0000000000000003.");
+    EXPECT_THROW(content.ParseAttribute(p.attrs[0]), CExc);  // it has content already
+    EXPECT_THROW(content.ParseAttribute(p.attrs[1]), CExc);
     EXPECT_EQ(content.GetState(), Resident);
 }
 

@@ -1,13 +1,11 @@
 // The folder of 100,000 entries: its $I30 walks in ascending key order and
-// gives exactly the generated names, each with its own record; sorted, they
-// are the names the Sleuth Kit (fls) lists in that folder; and the lookup
-// finds an even spread of them in upper case. The image is too large to commit; scripts/test-ntfs.sh builds it (scripts/make-ntfs-fixtures.sh
+// gives exactly the generated names, each with its own record, and the
+// lookup finds an even spread of them in upper case. The image is too large
+// to commit; scripts/test-ntfs.sh builds it (scripts/make-ntfs-fixtures.sh
 // --large) and names it in NGI_NTFS_LARGE. Skipped without it.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstdio>
-#include <sstream>
 #include <set>
 
 #include "base/utf.h"
@@ -67,21 +65,6 @@ TEST(NtfsLarge, HundredThousandEntriesWalkInOrderAndAreAllFound) {
         }
         EXPECT_EQ(index.FindFileInDirectory(folder.data(), big, u"file_100000.dat"), 0u);
 
-        if (!ngitest::ntfs::HaveTool("fls")) return;
-        std::vector<std::string> listed, walked;
-        std::istringstream in(ngitest::ntfs::RunCommand("fls -u " + ngitest::ntfs::Quote(image) + " " +
-                                                        std::to_string(big) + " 2>/dev/null"));
-        std::string line;
-        while (std::getline(in, line)) {
-            // "r/r 1234-128-1:\tname"
-            const size_t tab = line.find(":\t");
-            if (tab != std::string::npos) listed.push_back(line.substr(tab + 2));
-        }
-        for (const auto& e : entries) walked.push_back(util::Utf16ToUtf8(e.first));
-        std::sort(listed.begin(), listed.end());
-        std::sort(walked.begin(), walked.end());
-        EXPECT_EQ(listed.size(), walked.size());
-        EXPECT_TRUE(listed == walked) << "the walk and fls differ";
     } catch (const CExc& e) {
         FAIL() << util::Utf16ToUtf8(e.GetDescription());
     }

@@ -2,6 +2,7 @@
 // Tests only: builds file records, attributes and index nodes byte by byte,
 // for the unit tests and the fuzz seeds.
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 #include <vector>
@@ -22,6 +23,22 @@ inline void Put32(TBytes& b, size_t at, uint32_t v) {
 inline void Put64(TBytes& b, size_t at, uint64_t v) {
     Put32(b, at, static_cast<uint32_t>(v));
     Put32(b, at + 4, static_cast<uint32_t>(v >> 32));
+}
+
+// A boot sector: the geometry bytes and the $MFT's first cluster.
+inline TBytes BootSector(uint16_t bytesPerSector, uint8_t sectorsPerCluster, uint8_t recordByte, uint8_t indexByte,
+                         uint64_t totalSectors, uint64_t mftLcn) {
+    TBytes s(512, 0);
+    std::copy_n("NTFS    ", 8, s.begin() + 3);
+    Put16(s, 0x0B, bytesPerSector);
+    s[0x0D] = sectorsPerCluster;
+    Put64(s, 0x28, totalSectors);
+    Put64(s, 0x30, mftLcn);
+    s[0x40] = recordByte;
+    s[0x44] = indexByte;
+    s[510] = 0x55;
+    s[511] = 0xAA;
+    return s;
 }
 
 // A resident attribute: header (name right behind it), then the value, the
@@ -124,6 +141,23 @@ inline TBytes IndexEntry(uint64_t reference, const TBytes& key, uint16_t flags, 
     std::copy(key.begin(), key.end(), e.begin() + 0x10);
     if (flags & 1) Put64(e, length - 8, childVcn);
     return e;
+}
+
+// An $INDEX_ROOT value: the entries and the last entry behind them, keys of
+// attribute type `keyType` (0x30 for $I30, 0 for a view index).
+inline TBytes IndexRootValue(const std::vector<TBytes>& entries, uint32_t keyType = 0) {
+    TBytes v(0x20, 0);
+    Put32(v, 0, keyType);
+    Put32(v, 4, keyType ? 1 : 0);  // collation: file names
+    Put32(v, 8, 4096);
+    v[12] = 1;
+    for (const TBytes& e : entries) v.insert(v.end(), e.begin(), e.end());
+    const TBytes last = IndexEntry(0, {}, 2);
+    v.insert(v.end(), last.begin(), last.end());
+    Put32(v, 0x10, 0x10);
+    Put32(v, 0x14, static_cast<uint32_t>(v.size() - 0x10));
+    Put32(v, 0x18, static_cast<uint32_t>(v.size() - 0x10));
+    return v;
 }
 
 }  // namespace ngitest::ntfs

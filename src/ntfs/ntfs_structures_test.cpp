@@ -26,16 +26,9 @@ void ExpectExc(F&& f, const std::string& part) {
     }
 }
 
-TBytes BootSector(uint16_t bytesPerSector, uint8_t sectorsPerCluster, uint8_t recordByte, uint8_t indexByte,
-                  uint64_t totalSectors = 100000, uint64_t mftLcn = 4) {
-    TBytes s(512, 0);
-    Put16(s, 0x0B, bytesPerSector);
-    s[0x0D] = sectorsPerCluster;
-    Put64(s, 0x28, totalSectors);
-    Put64(s, 0x30, mftLcn);
-    s[0x40] = recordByte;
-    s[0x44] = indexByte;
-    return s;
+TBytes Boot(uint16_t bytesPerSector, uint8_t sectorsPerCluster, uint8_t recordByte, uint8_t indexByte,
+            uint64_t totalSectors = 100000, uint64_t mftLcn = 4) {
+    return BootSector(bytesPerSector, sectorsPerCluster, recordByte, indexByte, totalSectors, mftLcn);
 }
 
 TEST(NtfsBootSector, GeometryFromTheEncodedBytes) {
@@ -54,7 +47,7 @@ TEST(NtfsBootSector, GeometryFromTheEncodedBytes) {
     for (const Case& c : cases) {
         TVolumeGeometry g;
         uint64_t size = 0;
-        ParseBootSector(BootSector(c.bps, c.spc, c.rec, c.idx).data(), g, size);
+        ParseBootSector(Boot(c.bps, c.spc, c.rec, c.idx).data(), g, size);
         EXPECT_EQ(g.BytesPerCluster, c.cluster);
         EXPECT_EQ(g.FileRecordSize, c.record);
         EXPECT_EQ(g.IndexBlockSize, c.index);
@@ -66,15 +59,14 @@ TEST(NtfsBootSector, GeometryFromTheEncodedBytes) {
 TEST(NtfsBootSector, GeometriesThatCannotWorkAreRefused) {
     TVolumeGeometry g;
     uint64_t size = 0;
-    ExpectExc([&] { ParseBootSector(BootSector(0, 8, 0xF6, 1).data(), g, size); }, "cluster size");
-    ExpectExc([&] { ParseBootSector(BootSector(512, 0, 0xF6, 1).data(), g, size); }, "cluster size");
-    ExpectExc([&] { ParseBootSector(BootSector(512, 0xE0, 0xF6, 1).data(), g, size); }, "cluster size");
-    // A zero byte means 2^0 = 1 byte, which cannot hold a record.
-    ExpectExc([&] { ParseBootSector(BootSector(512, 8, 0x00, 1).data(), g, size); }, "file record size");
-    ExpectExc([&] { ParseBootSector(BootSector(512, 8, 0x81, 1).data(), g, size); }, "file record size");
-    ExpectExc([&] { ParseBootSector(BootSector(512, 8, 0xF6, 0x7F).data(), g, size); }, "index block size");
-    ExpectExc([&] { ParseBootSector(BootSector(512, 8, 0xF6, 1, ~0ull).data(), g, size); }, "64 bits");
-    ExpectExc([&] { ParseBootSector(BootSector(512, 8, 0xF6, 1, 1000, ~0ull).data(), g, size); }, "$MFT cluster");
+    // A zero record byte means 2^0 = 1 byte, which cannot hold a record.
+    const std::pair<TBytes, const char*> cases[] = {
+        {Boot(0, 8, 0xF6, 1), "cluster size"},       {Boot(512, 0, 0xF6, 1), "cluster size"},
+        {Boot(512, 0xE0, 0xF6, 1), "cluster size"},  {Boot(512, 8, 0x00, 1), "file record size"},
+        {Boot(512, 8, 0x81, 1), "file record size"}, {Boot(512, 8, 0xF6, 0x7F), "index block size"},
+        {Boot(512, 8, 0xF6, 1, ~0ull), "64 bits"},   {Boot(512, 8, 0xF6, 1, 1000, ~0ull), "$MFT cluster"},
+    };
+    for (const auto& [boot, text] : cases) ExpectExc([&] { ParseBootSector(boot.data(), g, size); }, text);
 }
 
 TEST(NtfsFixups, AppliedEverySixteenthOfAKilobyteWhateverTheSectorSize) {
@@ -107,16 +99,6 @@ TEST(NtfsFixups, ArrayOrPlacesOutsideTheBufferChangeNothing) {
     EXPECT_EQ(ApplyFixups(r.data(), r.size(), 0xFFFF, 0xFFFF).Status, TFixupResult::OutOfBounds);
     EXPECT_EQ(r, before);
     EXPECT_EQ(ApplyFixups(r.data(), r.size(), 0xFFFF, 1).Status, TFixupResult::Ok);  // nothing to apply
-}
-
-TEST(NtfsAttributeWalk, VisitsEachAttributeUpToTheEndMarker) {
-    const TBytes r = FileRecord({ResidentAttr(0x10, TBytes(72, 1)), ResidentAttr(0x80, TBytes(5, 2), u"ads")});
-    std::vector<uint32_t> types;
-    ForEachAttribute(r.data(), r.size(), 42, kNoLimit, [&](const CAttrHeader& a) {
-        types.push_back(a.Type());
-        return true;
-    });
-    EXPECT_EQ(types, (std::vector<uint32_t>{0x10, 0x80}));
 }
 
 TEST(NtfsAttributeWalk, DamagedHeadersFailNamingTheRecord) {
@@ -206,20 +188,6 @@ TEST(NtfsRunList, DecodesCountsDeltasAndSparseRuns) {
     EXPECT_FALSE(blocks[2].Sparse);
 }
 
-TEST(NtfsRunList, ExtentsContinueTheVcnsAlreadyHeldAndRestartTheLcn) {
-    TBytes r;
-    TBlockVector blocks;
-    DecodeRunList(Runs(r, {0x11, 0x02, 0x40}), 512, blocks);
-    const uint64_t next = DecodeRunList(Runs(r, {0x11, 0x03, 0x10}), 512, blocks);
-    ASSERT_EQ(blocks.size(), 2u);
-    EXPECT_EQ(blocks[1].FirstVcn, 2u);
-    EXPECT_EQ(blocks[1].DiskOffset, 0x10u * 512);
-    EXPECT_EQ(next, 5u);
-    // An empty mapping pairs area adds nothing.
-    EXPECT_EQ(DecodeRunList(Runs(r, {}), 512, blocks), 5u);
-    EXPECT_EQ(blocks.size(), 2u);
-}
-
 TEST(NtfsRunList, DamagedRunsFail) {
     struct Case {
         TBytes pairs;
@@ -287,23 +255,24 @@ TBytes Cat(const std::vector<TBytes>& parts) {
     return all;
 }
 
-TEST(NtfsIndexEntries, ChildrenComeBeforeTheirKeyAndTheLastEntryIsNotDelivered) {
-    TNode node{Cat({IndexEntry(1, TBytes(8, 0), 0), IndexEntry(2, TBytes(8, 0), 1, 7),
-                    IndexEntry(0, {}, 3, 9)}), {}};
-    Walk(node);
-    EXPECT_EQ(node.order, (std::vector<std::string>{"key:1", "child:7", "key:2", "child:9"}));
-}
-
-TEST(NtfsIndexEntries, AZeroFromTheCallbackEndsTheLevel) {
-    TNode node{Cat({IndexEntry(1, TBytes(8, 0), 0), IndexEntry(2, TBytes(8, 0), 0), IndexEntry(0, {}, 2)}), {}};
-    Walk(node, 1);
-    EXPECT_EQ(node.order, (std::vector<std::string>{"key:1"}));
-}
-
-TEST(NtfsIndexEntries, EmptyTreeEndsByTheLengthTest) {
-    TNode node{IndexEntry(0, {}, 2), {}};  // length 16
-    Walk(node);
-    EXPECT_TRUE(node.order.empty());
+// Children come before their key, the last entry is not delivered, a zero
+// from the callback ends the level, and an empty tree ends by the length test.
+TEST(NtfsIndexEntries, WalkOrder) {
+    const struct {
+        TBytes bytes;
+        uint8_t stopAt;
+        std::vector<std::string> order;
+    } cases[] = {
+        {Cat({IndexEntry(1, TBytes(8, 0), 0), IndexEntry(2, TBytes(8, 0), 1, 7), IndexEntry(0, {}, 3, 9)}), 0,
+         {"key:1", "child:7", "key:2", "child:9"}},
+        {Cat({IndexEntry(1, TBytes(8, 0), 0), IndexEntry(2, TBytes(8, 0), 0), IndexEntry(0, {}, 2)}), 1, {"key:1"}},
+        {IndexEntry(0, {}, 2), 0, {}},  // length 16
+    };
+    for (const auto& c : cases) {
+        TNode node{c.bytes, {}};
+        Walk(node, c.stopAt);
+        EXPECT_EQ(node.order, c.order);
+    }
 }
 
 TEST(NtfsIndexEntries, EntriesThatLeaveTheNodeFail) {
@@ -329,14 +298,6 @@ TEST(NtfsIndexEntries, EntriesThatLeaveTheNodeFail) {
         ExpectExc([&] { e.Key(); }, "passes its entry");
         return 1;
     }, 0, 0, u"test");
-}
-
-TEST(NtfsIndexEntries, PointerFormIsLoggedAndWalked) {
-    ngitest::CLogCapture log;
-    TNode node{Cat({IndexEntry(1, TBytes(8, 0), 0x8000), IndexEntry(0, {}, 2)}), {}};
-    Walk(node);
-    EXPECT_EQ(node.order, (std::vector<std::string>{"key:1"}));
-    EXPECT_TRUE(log.Contains(u"test fail. IndexEntry POINTER_FORM!"));
 }
 
 TEST(NtfsIndexBlock, SignatureAndFixupsAreStrict) {

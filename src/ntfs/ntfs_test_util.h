@@ -1,19 +1,22 @@
 #pragma once
-// Tests only: the NTFS images the reader's tests run on, opened volumes, and
-// the outside programs (Sleuth Kit, libfsntfs) that serve as oracles.
+// Tests only: the NTFS images the tests run on, opened volumes, and the
+// Sleuth Kit as an oracle.
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
 #include <memory>
 #include <optional>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "base/utf.h"
 #include "ntfs/ntfs_volume.h"
 #include "platform/file.h"
+#include "testing/temp_dir.h"
 
 namespace ngitest::ntfs {
 
@@ -46,6 +49,73 @@ inline bool HaveTool(const std::string& tool) {
     return std::system(("command -v " + tool + " >/dev/null 2>&1").c_str()) == 0;
 }
 
+// A gzipped NTFS image of the tests: a fixture or a shared sample.
+struct TImage {
+    std::string Name;
+    std::filesystem::path Gz;
+};
+
+inline void PrintTo(const TImage& image, std::ostream* os) { *os << image.Name; }
+
+// Every fixture image and shared sample, by name.
+inline std::vector<TImage> AllImages() {
+    std::vector<TImage> images;
+    for (const std::filesystem::path& folder : {SourceDir() / "fixtures" / "ntfs", SamplesDir()}) {
+        std::error_code ec;
+        for (const auto& e : std::filesystem::directory_iterator(folder, ec))
+            if (e.path().extension() == ".gz") images.push_back({e.path().stem().stem().string(), e.path()});
+    }
+    std::sort(images.begin(), images.end(), [](const TImage& a, const TImage& b) { return a.Name < b.Name; });
+    return images;
+}
+
+// The name of a test instance over an image (INSTANTIATE_TEST_SUITE_P).
+struct TImageTestName {
+    template <class TInfo>
+    std::string operator()(const TInfo& info) const {
+        std::string name = info.param.Name;
+        for (char& c : name)
+            if (!isalnum(static_cast<unsigned char>(c))) c = '_';
+        return name;
+    }
+};
+
+// One line of `fls -r -u -p -m /` without orphans: the path ("/a/b"), with a
+// stream name and " ($FILE_NAME)" cut off and flagged.
+struct TFlsLine {
+    std::string Path;
+    uint64_t Inode = 0;
+    uint32_t Type = 0;  // the attribute type of the inode field
+    bool Directory = false, Stream = false, FileNameLine = false;
+    uint64_t Size = 0;
+    int64_t Mtime = 0;
+};
+
+inline std::vector<TFlsLine> ListFls(const std::filesystem::path& image) {
+    std::vector<TFlsLine> lines;
+    std::istringstream in(RunCommand("fls -r -u -p -m / " + Quote(image) + " 2>/dev/null"));
+    std::string line;
+    while (std::getline(in, line)) {
+        std::vector<std::string> f;
+        std::stringstream ss(line);
+        for (std::string part; std::getline(ss, part, '|');) f.push_back(part);
+        if (f.size() < 11 || f[1].rfind("/$OrphanFiles", 0) == 0) continue;
+        TFlsLine e{f[1], std::stoull(f[2])};
+        const std::string suffix = " ($FILE_NAME)";
+        if (e.Path.size() > suffix.size() && e.Path.compare(e.Path.size() - suffix.size(), suffix.size(), suffix) == 0)
+            e.Path.resize(e.Path.size() - suffix.size()), e.FileNameLine = true;
+        const size_t colon = e.Path.find(':', e.Path.rfind('/'));
+        if (colon != std::string::npos) e.Path.resize(colon), e.Stream = true;
+        const size_t dash = f[2].find('-');
+        if (dash != std::string::npos) e.Type = static_cast<uint32_t>(std::stoul(f[2].substr(dash + 1)));
+        e.Directory = f[3].rfind("d/", 0) == 0;
+        e.Size = std::stoull(f[6]);
+        e.Mtime = std::stoll(f[8]);
+        lines.push_back(e);
+    }
+    return lines;
+}
+
 // What istat says of a record's $STANDARD_INFORMATION security: the id, and
 // in brackets the owner SID of the descriptor $Secure holds for it. Id
 // nullopt when istat shows none (the early 48-byte form, or no record);
@@ -66,19 +136,6 @@ inline TIstatSecurity IstatSecurity(const std::filesystem::path& image, uint64_t
     const size_t open = out.find('(', at), end = out.find('\n', at);
     const size_t close = out.find(')', open == std::string::npos ? at : open);
     if (open != std::string::npos && open < end && close < end) s.Owner = out.substr(open + 1, close - open - 1);
-    return s;
-}
-
-// What ntfs-3g's ntfssecaudit says of the file at `path` ("/a/b"): its
-// security id ("Security key", nullopt when none) and the owner SID of its
-// descriptor ("Windows owner", empty when not shown).
-inline TIstatSecurity SecauditSecurity(const std::filesystem::path& image, const std::string& path) {
-    TIstatSecurity s;
-    if (path.find('\'') != std::string::npos) return s;
-    const std::string out = RunCommand("ntfssecaudit -v " + Quote(image) + " '" + path + "' 2>/dev/null");
-    const size_t key = out.find("Security key : 0x"), owner = out.find("Windows owner ");
-    if (key != std::string::npos) s.Id = static_cast<uint32_t>(std::stoul(out.substr(key + 17), nullptr, 16));
-    if (owner != std::string::npos) s.Owner = out.substr(owner + 14, out.find('\n', owner) - owner - 14);
     return s;
 }
 
@@ -106,6 +163,14 @@ inline bool Decompress(const std::filesystem::path& gz, const std::filesystem::p
     const std::string command =
         "gzip -dc " + Quote(gz) + " | cp --sparse=always /dev/stdin " + Quote(out) + " 2>/dev/null";
     return std::system(command.c_str()) == 0 && std::filesystem::exists(out);
+}
+
+// The image decompressed, once per test program; empty when that failed.
+inline std::filesystem::path UnpackedImage(const TImage& image) {
+    static ngitest::CTempDir dir;
+    const std::filesystem::path out = dir.Native() / (image.Name + ".img");
+    if (!std::filesystem::exists(out) && !Decompress(image.Gz, out)) return {};
+    return out;
 }
 
 inline std::vector<uint8_t> ReadBytes(const std::filesystem::path& p) {
