@@ -400,7 +400,12 @@ int64_t CIngest::_Owner(const TOwner* owner) {
     add->Bind(1, sid);
     add->Bind(2, account);
     add->Step();
-    return m_Owners[key] = add->Int(0);
+    const int64_t id = m_Owners[key] = add->Int(0);
+    // Finished now: a write statement left open keeps its statement journal
+    // open, and every later statement's journal nests in it and grows with
+    // the whole ingest (SQLite walks it at each statement's end).
+    add->Reset();
+    return id;
 }
 
 int64_t CIngest::_Folder(int64_t volume, int64_t parent, int64_t name) {
