@@ -57,7 +57,7 @@ class CIngest {
 public:
     CIngest(IConnection& db, const std::function<void(uint64_t)>& progress)
         : m_Db(db), m_Sql(DialectSql(db.Dialect())), m_Progress(progress) {
-        if (m_Sql.insertNameGrams) m_NewGrams.emplace(m_Db, m_Sql.insertNameGrams, 2, 512);
+        if (m_Sql.makeNewGrams) m_NewGrams.emplace(m_Db, m_Sql.addNewGram, 2, 512);
     }
 
     TIngestResult Run(const TIngestRun& run);
@@ -65,6 +65,10 @@ public:
 private:
     int64_t _NextId(const char* table);
     void _LoadHashes();
+    void _LoadAllNames();
+    uint64_t _StandingRows();
+    void _DropIndexes(std::span<const TIndexDef> indexes);
+    void _MakeIndexes(std::span<const TIndexDef> indexes);
     int64_t _Machine(const std::u16string& name);
     int64_t _Volume(int64_t machine, const std::u16string& name);
     void _IngestVolume(int64_t volume, CVolumeIndex& index);
@@ -74,7 +78,11 @@ private:
         m_NewVersions.Flush();
         m_NewNames.Flush();
         m_NewFolders.Flush();
-        if (m_NewGrams) m_NewGrams->Flush();
+        if (m_NewGrams) {
+            m_NewGrams->Flush();
+            m_Db.Exec(m_Sql.indexNewGrams);
+            m_Db.Exec(m_Sql.dropNewGrams);
+        }
     }
     int64_t _Owner(const TOwner* owner);
     int64_t _Folder(int64_t volume, int64_t parent, int64_t name);
@@ -102,6 +110,8 @@ private:
     static constexpr int64_t kMaxHashes = 16 << 20;  // 64 MiB of hashes
     std::vector<int32_t> m_Hashes;  // sorted; names added by this ingest are in m_Names
     bool m_HashesLoaded = false;
+    bool m_AllNames = false;  // every name of the catalogue is in m_Names
+    bool m_BulkVersions = false;  // versions' indexes made after the rows
     std::unordered_map<std::string, int64_t> m_Owners;  // sid NUL account
     std::unordered_map<TKey, int64_t, TKeyHash> m_Folders;  // (parent, name) -> id of the volume
     std::unordered_map<TKey, TStanding, TKeyHash> m_State;
@@ -113,7 +123,7 @@ private:
                                10, 256, " ON CONFLICT DO NOTHING"};
     CBatchInsert m_NewNames{m_Db, m_Sql.insertName, m_Db.Dialect() == EDialect::kPostgres ? 4 : 3};
     CBatchInsert m_NewFolders{m_Db, "INSERT INTO folders(id, volume, parent, name) VALUES", 4};
-    std::optional<CBatchInsert> m_NewGrams;  // SQLite's name index, 512 names a statement
+    std::optional<CBatchInsert> m_NewGrams;  // the new names for SQLite's name index
     std::unique_ptr<IStatement> m_FindName, m_CloseVersion,
         m_ReopenVersion, m_AddOwner;
 };
@@ -126,8 +136,22 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
 
     CTransaction transaction(m_Db);
     if (m_Sql.lockIngest) m_Db.Exec(m_Sql.lockIngest);
+    if (m_Sql.makeNewGrams) m_Db.Exec(m_Sql.makeNewGrams);
+    uint64_t entries = 0;
+    for (const auto& index : indexes) entries += index->Tables().GetFileCount() + index->GetDirCount();
+    m_Names.reserve(entries);
     m_NextName = _NextId("names");
-    _LoadHashes();
+    // A run that brings more entries than the catalogue holds (the first of
+    // a catalogue, or of a large machine in a small one): the indexes are
+    // made again after its rows, and every name is looked up in memory.
+    if (static_cast<uint64_t>(m_NextName - 1) <= entries) {
+        _LoadAllNames();
+        _DropIndexes(NameIndexes(m_Db.Dialect()));
+    } else {
+        _LoadHashes();
+    }
+    m_BulkVersions = _StandingRows() < entries;
+    if (m_BulkVersions) _DropIndexes(VersionIndexes(m_Db.Dialect()));
     m_NextFolder = _NextId("folders");
     const int64_t machine = _Machine(run.machine);
     {
@@ -160,9 +184,6 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
         while (owners->Step()) m_Owners[owners->Text(1) + '\0' + owners->Text(2)] = owners->Int(0);
     }
     uint64_t files = 0;
-    uint64_t entries = 0;
-    for (const auto& index : indexes) entries += index->Tables().GetFileCount() + index->GetDirCount();
-    m_Names.reserve(entries);
     auto addPointVolume = m_Db.Prepare("INSERT INTO point_volumes(volume, point, files) VALUES(?, ?, ?)");
     for (size_t i = 0; i < run.volumes.size(); ++i) {
         const int64_t volume = _Volume(machine, run.volumes[i].name);
@@ -179,6 +200,8 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
     setFiles->Bind(2, m_Point);
     setFiles->Step();
     _Flush();
+    if (m_AllNames) _MakeIndexes(NameIndexes(m_Db.Dialect()));
+    if (m_BulkVersions) _MakeIndexes(VersionIndexes(m_Db.Dialect()));
     transaction.Commit();
     return m_Result;
 }
@@ -191,6 +214,29 @@ void CIngest::_LoadHashes() {
     auto hashes = m_Db.Prepare("SELECT hash FROM names ORDER BY hash");
     while (hashes->Step()) m_Hashes.push_back(static_cast<int32_t>(hashes->Int(0)));
     m_HashesLoaded = true;
+}
+
+void CIngest::_LoadAllNames() {
+    auto names = m_Db.Prepare("SELECT id, name FROM names");
+    while (names->Step()) m_Names.emplace(util::Utf8ToUtf16(names->Text(1)), names->Int(0));
+    m_AllNames = true;
+}
+
+// About how many versions the catalogue holds: the entries of each volume's
+// newest point (older versions come on top, about 1% a point).
+uint64_t CIngest::_StandingRows() {
+    auto rows = m_Db.Prepare(
+        "SELECT coalesce(sum(files), 0) FROM point_volumes p "
+        "WHERE point = (SELECT max(point) FROM point_volumes q WHERE q.volume = p.volume)");
+    return rows->Step() ? static_cast<uint64_t>(rows->Int(0)) : 0;
+}
+
+void CIngest::_DropIndexes(std::span<const TIndexDef> indexes) {
+    for (const auto& index : indexes) m_Db.Exec(std::string("DROP INDEX ") + index.name);
+}
+
+void CIngest::_MakeIndexes(std::span<const TIndexDef> indexes) {
+    for (const auto& index : indexes) m_Db.Exec(index.create);
 }
 
 int64_t CIngest::_NextId(const char* table) {
@@ -371,11 +417,12 @@ int64_t CIngest::_Name(std::u16string_view name) {
     const std::string utf8 = Utf8(name);
     const int32_t hash = NameHash(utf8);
     int64_t id = 0;
-    if (!m_HashesLoaded || std::binary_search(m_Hashes.begin(), m_Hashes.end(), hash)) {
+    if (!m_AllNames && (!m_HashesLoaded || std::binary_search(m_Hashes.begin(), m_Hashes.end(), hash))) {
         auto& find = _Stmt(m_FindName, "SELECT id, name FROM names WHERE hash = ?");
         find->Bind(1, int64_t{hash});
         while (id == 0 && find->Step())
             if (find->Text(1) == utf8) id = find->Int(0);
+        find->Reset();  // a statement left reading would keep the tables from being changed at the end
     }
     if (id == 0) {
         const std::string folded = Utf8(util::ToUpper(name));
