@@ -9,6 +9,7 @@
 #include "base/exc.h"
 #include "base/utf.h"
 #include "catalogue/db/batch_insert.h"
+#include "catalogue/db/name_ids.h"
 #include "catalogue/db/schema.h"
 #include "catalogue/index/volume_index.h"
 #include "catalogue/model/catalogue_types.h"
@@ -19,13 +20,6 @@ namespace catalogue {
 namespace {
 
 std::string Utf8(std::u16string_view text) { return util::Utf16ToUtf8(text); }
-
-// Heterogeneous look-up by string view: no copy of a name per row.
-struct TNameHash {
-    using is_transparent = void;
-    size_t operator()(std::u16string_view s) const { return std::hash<std::u16string_view>()(s); }
-};
-using TNameIds = std::unordered_map<std::u16string, int64_t, TNameHash, std::equal_to<>>;
 
 // Where a version stands in its volume: folder, name, kind.
 struct TKey {
@@ -106,7 +100,7 @@ private:
     int64_t m_Point = 0, m_Prev = 0;  // m_Prev 0: the volume's first point
     int64_t m_NextName = 0, m_NextFolder = 0;
 
-    TNameIds m_Names;
+    CNameIds m_Names;
     static constexpr int64_t kMaxHashes = 16 << 20;  // 64 MiB of hashes
     std::vector<int32_t> m_Hashes;  // sorted; names added by this ingest are in m_Names
     bool m_HashesLoaded = false;
@@ -139,18 +133,18 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
     if (m_Sql.makeNewGrams) m_Db.Exec(m_Sql.makeNewGrams);
     uint64_t entries = 0;
     for (const auto& index : indexes) entries += index->Tables().GetFileCount() + index->GetDirCount();
-    m_Names.reserve(entries);
+    m_Names.Reserve(entries);
     m_NextName = _NextId("names");
     // A run that brings more entries than the catalogue holds (the first of
     // a catalogue, or of a large machine in a small one): the indexes are
     // made again after its rows, and every name is looked up in memory.
-    if (static_cast<uint64_t>(m_NextName - 1) <= entries) {
+    if (static_cast<uint64_t>(m_NextName - 1) <= entries && !getenv("NOBN")) {
         _LoadAllNames();
         _DropIndexes(NameIndexes(m_Db.Dialect()));
     } else {
         _LoadHashes();
     }
-    m_BulkVersions = _StandingRows() < entries;
+    m_BulkVersions = _StandingRows() < entries && !getenv("NOBV");
     if (m_BulkVersions) _DropIndexes(VersionIndexes(m_Db.Dialect()));
     m_NextFolder = _NextId("folders");
     const int64_t machine = _Machine(run.machine);
@@ -218,7 +212,10 @@ void CIngest::_LoadHashes() {
 
 void CIngest::_LoadAllNames() {
     auto names = m_Db.Prepare("SELECT id, name FROM names");
-    while (names->Step()) m_Names.emplace(util::Utf8ToUtf16(names->Text(1)), names->Int(0));
+    while (names->Step()) {
+        const std::u16string name = util::Utf8ToUtf16(names->Text(1));
+        m_Names.Add(name, CNameIds::Hash(name), names->Int(0));
+    }
     m_AllNames = true;
 }
 
@@ -282,7 +279,6 @@ void CIngest::_LoadPrevious(int64_t volume, int64_t prev) {
         count->Bind(2, prev);
         const auto files = count->Step() ? static_cast<size_t>(count->Int(0)) : 0;
         m_State.reserve(files + m_Folders.size());
-        m_Names.reserve(m_Names.size() + files);
     }
     auto state = m_Db.Prepare(
         "SELECT v.folder, v.name, v.kind, v.first, v.last, v.size, v.modified, v.owner, v.target, n.name "
@@ -301,7 +297,8 @@ void CIngest::_LoadPrevious(int64_t volume, int64_t prev) {
         if (!state->IsNull(8)) v.target = state->Text(8);
         const TKey key{state->Int(0), state->Int(1), static_cast<EKind>(state->Int(2))};
         m_State.emplace(key, std::move(v));
-        m_Names.try_emplace(util::Utf8ToUtf16(state->Text(9)), key.name);
+        const std::u16string name = util::Utf8ToUtf16(state->Text(9));
+        m_Names.Add(name, CNameIds::Hash(name), key.name);
     }
 }
 
@@ -393,9 +390,9 @@ void CIngest::_Visit(int64_t volume, const TKey& key, uint64_t size, uint64_t mo
 }
 
 void CIngest::_Insert(int64_t volume, const TKey& key, const TStanding& v) {
-    m_NewVersions.Add({volume, key.folder, key.name, static_cast<int64_t>(key.kind), v.first, std::monostate(),
-                       static_cast<int64_t>(v.size), static_cast<int64_t>(v.modified), v.owner,
-                       key.kind == EKind::kLink ? CBatchInsert::TValue(v.target) : std::monostate()});
+    m_NewVersions.Add(volume, key.folder, key.name, static_cast<int64_t>(key.kind), v.first, std::monostate(),
+                      static_cast<int64_t>(v.size), static_cast<int64_t>(v.modified), v.owner,
+                      key.kind == EKind::kLink ? CBatchInsert::TValue(v.target) : std::monostate());
 }
 
 void CIngest::_Close(int64_t volume, const TKey& key, const TStanding& v, int64_t last) {
@@ -412,9 +409,9 @@ void CIngest::_Close(int64_t volume, const TKey& key, const TStanding& v, int64_
 }
 
 int64_t CIngest::_Name(std::u16string_view name) {
-    const auto it = m_Names.find(name);
-    if (it != m_Names.end()) return it->second;
-    const std::string utf8 = Utf8(name);
+    const uint64_t known = CNameIds::Hash(name);
+    if (const int64_t id = m_Names.Find(name, known)) return id;
+    std::string utf8 = Utf8(name);
     const int32_t hash = NameHash(utf8);
     int64_t id = 0;
     if (!m_AllNames && (!m_HashesLoaded || std::binary_search(m_Hashes.begin(), m_Hashes.end(), hash))) {
@@ -425,15 +422,15 @@ int64_t CIngest::_Name(std::u16string_view name) {
         find->Reset();  // a statement left reading would keep the tables from being changed at the end
     }
     if (id == 0) {
-        const std::string folded = Utf8(util::ToUpper(name));
+        std::string folded = Utf8(util::ToUpper(name));
         id = m_NextName++;
         if (m_Db.Dialect() == EDialect::kPostgres)
-            m_NewNames.Add({id, int64_t{hash}, utf8, folded});
+            m_NewNames.Add(id, int64_t{hash}, std::move(utf8), folded);
         else
-            m_NewNames.Add({id, int64_t{hash}, utf8});
-        if (m_NewGrams) m_NewGrams->Add({id, folded});
+            m_NewNames.Add(id, int64_t{hash}, std::move(utf8));
+        if (m_NewGrams) m_NewGrams->Add(id, std::move(folded));
     }
-    m_Names.emplace(std::u16string(name), id);
+    m_Names.Add(name, known, id);
     return id;
 }
 
@@ -460,7 +457,7 @@ int64_t CIngest::_Folder(int64_t volume, int64_t parent, int64_t name) {
     const auto it = m_Folders.find(key);
     if (it != m_Folders.end()) return it->second;
     const int64_t id = m_NextFolder++;
-    m_NewFolders.Add({id, volume, parent, name});
+    m_NewFolders.Add(id, volume, parent, name);
     return m_Folders[key] = id;
 }
 
