@@ -51,7 +51,6 @@ class CIngest {
 public:
     CIngest(IConnection& db, const std::function<void(uint64_t)>& progress)
         : m_Db(db), m_Sql(DialectSql(db.Dialect())), m_Progress(progress) {
-        if (m_Sql.makeNewGrams) m_NewGrams.emplace(m_Db, m_Sql.addNewGram, 2, 512);
     }
 
     TIngestResult Run(const TIngestRun& run);
@@ -72,13 +71,20 @@ private:
         m_NewVersions.Flush();
         m_NewNames.Flush();
         m_NewFolders.Flush();
-        if (m_NewGrams) {
-            m_NewGrams->Flush();
-            m_Db.Exec(m_Sql.indexNewGrams);
-            m_Db.Exec(m_Sql.dropNewGrams);
+        if (m_Sql.indexNewNames && m_NextName > m_FirstNewName) {
+            // FTS5 holds up to 4 MiB of new trigrams before it writes them out
+            // as a segment (1 MiB by default): fewer segments to merge, less
+            // time on a million new names, a smaller index (and more time
+            // than 1 MiB where the names are long; above 4 MiB, more time on
+            // both). It holds them for this statement only.
+            m_Db.Exec("INSERT INTO name_grams(name_grams, rank) VALUES('hashsize', 4194304)");
+            auto index = m_Db.Prepare(m_Sql.indexNewNames);
+            index->Bind(1, m_FirstNewName);
+            index->Step();
         }
     }
     int64_t _Owner(const TOwner* owner);
+    int64_t _OwnerRow(const TOwner& owner);
     int64_t _Folder(int64_t volume, int64_t parent, int64_t name);
     void _Visit(int64_t volume, const TKey& key, uint64_t size, uint64_t modified, int64_t owner,
                 std::u16string_view target);
@@ -98,7 +104,7 @@ private:
     std::function<void(uint64_t)> m_Progress;
     TIngestResult m_Result;
     int64_t m_Point = 0, m_Prev = 0;  // m_Prev 0: the volume's first point
-    int64_t m_NextName = 0, m_NextFolder = 0;
+    int64_t m_NextName = 0, m_NextFolder = 0, m_FirstNewName = 0;
 
     CNameIds m_Names;
     static constexpr int64_t kMaxHashes = 16 << 20;  // 64 MiB of hashes
@@ -107,6 +113,7 @@ private:
     bool m_AllNames = false;  // every name of the catalogue is in m_Names
     bool m_BulkVersions = false;  // versions' indexes made after the rows
     std::unordered_map<std::string, int64_t> m_Owners;  // sid NUL account
+    std::unordered_map<const TOwner*, int64_t> m_OwnerOf;  // an index's owner rows
     std::unordered_map<TKey, int64_t, TKeyHash> m_Folders;  // (parent, name) -> id of the volume
     std::unordered_map<TKey, TStanding, TKeyHash> m_State;
 
@@ -117,7 +124,6 @@ private:
                                10, 256, " ON CONFLICT DO NOTHING"};
     CBatchInsert m_NewNames{m_Db, m_Sql.insertName, m_Db.Dialect() == EDialect::kPostgres ? 4 : 3};
     CBatchInsert m_NewFolders{m_Db, "INSERT INTO folders(id, volume, parent, name) VALUES", 4};
-    std::optional<CBatchInsert> m_NewGrams;  // the new names for SQLite's name index
     std::unique_ptr<IStatement> m_FindName, m_CloseVersion,
         m_ReopenVersion, m_AddOwner;
 };
@@ -130,11 +136,10 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
 
     CTransaction transaction(m_Db);
     if (m_Sql.lockIngest) m_Db.Exec(m_Sql.lockIngest);
-    if (m_Sql.makeNewGrams) m_Db.Exec(m_Sql.makeNewGrams);
     uint64_t entries = 0;
     for (const auto& index : indexes) entries += index->Tables().GetFileCount() + index->GetDirCount();
     m_Names.Reserve(entries);
-    m_NextName = _NextId("names");
+    m_FirstNewName = m_NextName = _NextId("names");
     // A run that brings more entries than the catalogue holds (the first of
     // a catalogue, or of a large machine in a small one): the indexes are
     // made again after its rows, and every name is looked up in memory.
@@ -422,13 +427,11 @@ int64_t CIngest::_Name(std::u16string_view name) {
         find->Reset();  // a statement left reading would keep the tables from being changed at the end
     }
     if (id == 0) {
-        std::string folded = Utf8(util::ToUpper(name));
         id = m_NextName++;
         if (m_Db.Dialect() == EDialect::kPostgres)
-            m_NewNames.Add(id, int64_t{hash}, std::move(utf8), folded);
+            m_NewNames.Add(id, int64_t{hash}, std::move(utf8), Utf8(util::ToUpper(name)));
         else
             m_NewNames.Add(id, int64_t{hash}, std::move(utf8));
-        if (m_NewGrams) m_NewGrams->Add(id, std::move(folded));
     }
     m_Names.Add(name, known, id);
     return id;
@@ -436,7 +439,14 @@ int64_t CIngest::_Name(std::u16string_view name) {
 
 int64_t CIngest::_Owner(const TOwner* owner) {
     if (!owner) return 0;
-    const std::string sid = Utf8(owner->sid), account = Utf8(owner->account);
+    // Asked once a file: by the index's own owner row first, without a string.
+    const auto known = m_OwnerOf.find(owner);
+    if (known != m_OwnerOf.end()) return known->second;
+    return m_OwnerOf[owner] = _OwnerRow(*owner);
+}
+
+int64_t CIngest::_OwnerRow(const TOwner& owner) {
+    const std::string sid = Utf8(owner.sid), account = Utf8(owner.account);
     const std::string key = sid + '\0' + account;
     const auto it = m_Owners.find(key);
     if (it != m_Owners.end()) return it->second;

@@ -58,23 +58,13 @@ const TIndexDef kVersionIndexes[] = {{"versions_by_name", "CREATE INDEX versions
 const TDialectSql kSqlite = {
     nullptr,
     "INSERT INTO names(id, hash, name) VALUES",
-    "CREATE TEMP TABLE new_grams(id INTEGER PRIMARY KEY, folded TEXT NOT NULL)",
-    "INSERT INTO temp.new_grams(id, folded) VALUES",
-    // FTS5 holds up to 64 MiB of new trigrams before it writes them out as
-    // a segment (1 MiB by default): fewer segments to merge, a quarter less
-    // time. It holds them only for one statement, and this is the only one.
-    "INSERT INTO name_grams(name_grams, rank) VALUES('hashsize', 67108864); "
-    "INSERT INTO name_grams(rowid, folded) SELECT id, folded FROM temp.new_grams",
-    "DROP TABLE temp.new_grams",
+    "INSERT INTO name_grams(rowid, folded) SELECT id, fold(name) FROM names WHERE id >= ?",
     "SELECT n.id, n.name FROM name_grams g JOIN names n ON n.id = g.rowid WHERE name_grams MATCH ?",
 };
 const TDialectSql kPostgres = {
     // One ingest at a time: two would both add a name that is new to both.
     "SELECT pg_advisory_xact_lock(7190001)",
     "INSERT INTO names(id, hash, name, folded) VALUES",
-    nullptr,
-    nullptr,
-    nullptr,
     nullptr,
     "SELECT id, name FROM names WHERE folded LIKE ?",
 };

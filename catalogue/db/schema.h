@@ -29,18 +29,13 @@ struct TDialectSql {
     // name (and on PostgreSQL the folded name). Ingests give names and folders their ids themselves (one runs
     // at a time): an INSERT with RETURNING costs SQLite a statement journal.
     const char* insertName;
-    // The new names' trigrams (SQLite's FTS5 table), or null where the names
-    // table indexes its own folded column (PostgreSQL's pg_trgm). The folded
-    // names are gathered in a temporary table (makeNewGrams, then batches of
-    // addNewGram: each an id and a folded name) and go into the name index in
-    // one statement at the end (indexNewGrams, then dropNewGrams): FTS5
-    // writes what it holds to the file as a new segment at the start of
-    // every statement, so names added a few hundred a statement cost half an
-    // ingest's time and a larger index.
-    const char* makeNewGrams;
-    const char* addNewGram;
-    const char* indexNewGrams;
-    const char* dropNewGrams;
+    // Puts the names from id ? on into the name index (SQLite's FTS5 table,
+    // through the connection's fold()), or null where the names table indexes
+    // its own folded column (PostgreSQL's pg_trgm). One statement at the end
+    // of an ingest: FTS5 writes what it holds to the file as a new segment at
+    // the start of every statement, so names added a few hundred a statement
+    // cost half an ingest's time.
+    const char* indexNewNames;
     // Ids and names whose folded form may hold a piece: one parameter, made
     // by NameQuery. May give false positives; never misses one.
     const char* namesHolding;
