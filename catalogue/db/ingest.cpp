@@ -414,6 +414,14 @@ void CIngest::_Close(int64_t volume, const TKey& key, const TStanding& v, int64_
 }
 
 int64_t CIngest::_Name(std::u16string_view name) {
+    // Names are stored in UTF-8, where a lone surrogate becomes U+FFFD: such
+    // a name is looked up as stored, so that it is the same name at the next
+    // ingest, when it comes from the database.
+    std::u16string stored;
+    if (std::any_of(name.begin(), name.end(), [](char16_t c) { return c >= 0xD800 && c <= 0xDFFF; })) {
+        stored = util::Utf8ToUtf16(Utf8(name));
+        name = stored;
+    }
     const uint64_t known = CNameIds::Hash(name);
     if (const int64_t id = m_Names.Find(name, known)) return id;
     std::string utf8 = Utf8(name);
