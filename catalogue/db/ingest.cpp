@@ -111,7 +111,7 @@ private:
     std::vector<int32_t> m_Hashes;  // sorted; names added by this ingest are in m_Names
     bool m_HashesLoaded = false;
     bool m_AllNames = false;  // every name of the catalogue is in m_Names
-    bool m_BulkVersions = false;  // versions' indexes made after the rows
+    bool m_Bulk = false;  // versions' indexes made after the rows
     std::unordered_map<std::string, int64_t> m_Owners;  // sid NUL account
     std::unordered_map<const TOwner*, int64_t> m_OwnerOf;  // an index's owner rows
     std::unordered_map<TKey, int64_t, TKeyHash> m_Folders;  // (parent, name) -> id of the volume
@@ -140,17 +140,19 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
     for (const auto& index : indexes) entries += index->Tables().GetFileCount() + index->GetDirCount();
     m_Names.Reserve(entries);
     m_FirstNewName = m_NextName = _NextId("names");
-    // A run that brings more entries than the catalogue holds (the first of
-    // a catalogue, or of a large machine in a small one): the indexes are
-    // made again after its rows, and every name is looked up in memory.
-    if (static_cast<uint64_t>(m_NextName - 1) <= entries && !getenv("NOBN")) {
+    // A run that brings more than twice the entries the catalogue's volumes
+    // hold (the first of a catalogue, or of a large machine in a small one):
+    // the secondary indexes are made again after its rows, and every name is
+    // looked up in memory when there are not more names than entries. The
+    // next point of a volume brings about as many as it holds: row by row.
+    m_Bulk = 2 * _StandingRows() < entries;
+    if (m_Bulk && static_cast<uint64_t>(m_NextName - 1) <= entries) {
         _LoadAllNames();
         _DropIndexes(NameIndexes(m_Db.Dialect()));
     } else {
         _LoadHashes();
     }
-    m_BulkVersions = _StandingRows() < entries && !getenv("NOBV");
-    if (m_BulkVersions) _DropIndexes(VersionIndexes(m_Db.Dialect()));
+    if (m_Bulk) _DropIndexes(VersionIndexes(m_Db.Dialect()));
     m_NextFolder = _NextId("folders");
     const int64_t machine = _Machine(run.machine);
     {
@@ -200,7 +202,7 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
     setFiles->Step();
     _Flush();
     if (m_AllNames) _MakeIndexes(NameIndexes(m_Db.Dialect()));
-    if (m_BulkVersions) _MakeIndexes(VersionIndexes(m_Db.Dialect()));
+    if (m_Bulk) _MakeIndexes(VersionIndexes(m_Db.Dialect()));
     transaction.Commit();
     return m_Result;
 }
@@ -224,8 +226,8 @@ void CIngest::_LoadAllNames() {
     m_AllNames = true;
 }
 
-// About how many versions the catalogue holds: the entries of each volume's
-// newest point (older versions come on top, about 1% a point).
+// About how many versions the catalogue holds: the files of each volume's
+// newest point (older versions and folders come on top).
 uint64_t CIngest::_StandingRows() {
     auto rows = m_Db.Prepare(
         "SELECT coalesce(sum(files), 0) FROM point_volumes p "
