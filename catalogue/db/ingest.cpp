@@ -25,7 +25,7 @@ std::string Utf8(std::u16string_view text) { return util::Utf16ToUtf8(text); }
 struct TKey {
     int64_t folder, name;
     EKind kind;
-    bool operator==(const TKey&) const = default;
+    auto operator<=>(const TKey&) const = default;
 };
 struct TKeyHash {
     size_t operator()(const TKey& k) const {
@@ -115,7 +115,9 @@ private:
     std::unordered_map<std::string, int64_t> m_Owners;  // sid NUL account
     std::unordered_map<const TOwner*, int64_t> m_OwnerOf;  // an index's owner rows
     std::unordered_map<TKey, int64_t, TKeyHash> m_Folders;  // (parent, name) -> id of the volume
-    std::unordered_map<TKey, TStanding, TKeyHash> m_State;
+    // What the previous point held, sorted by key: one flat array, read in
+    // the order of the versions' own key, found by a binary search.
+    std::vector<std::pair<TKey, TStanding>> m_State;
 
     // New rows, written many to a statement; flushed before the commit.
     CBatchInsert m_NewVersions{m_Db,
@@ -303,10 +305,17 @@ void CIngest::_LoadPrevious(int64_t volume, int64_t prev) {
         v.owner = state->Int(7);
         if (!state->IsNull(8)) v.target = state->Text(8);
         const TKey key{state->Int(0), state->Int(1), static_cast<EKind>(state->Int(2))};
-        m_State.emplace(key, std::move(v));
+        m_State.emplace_back(key, std::move(v));
         const std::u16string name = util::Utf8ToUtf16(state->Text(9));
         m_Names.Add(name, CNameIds::Hash(name), key.name);
     }
+    // In key order already where the database reads its own key in order;
+    // one version of a key stands at a point, the first kept if not.
+    const auto byKey = [](const auto& a, const auto& b) { return a.first < b.first; };
+    if (!std::is_sorted(m_State.begin(), m_State.end(), byKey)) std::stable_sort(m_State.begin(), m_State.end(), byKey);
+    m_State.erase(std::unique(m_State.begin(), m_State.end(),
+                              [](const auto& a, const auto& b) { return a.first == b.first; }),
+                  m_State.end());
 }
 
 void CIngest::_IngestVolume(int64_t volume, CVolumeIndex& index) {
@@ -363,8 +372,9 @@ void CIngest::_Visit(int64_t volume, const TKey& key, uint64_t size, uint64_t mo
     now.owner = owner;
     if (key.kind == EKind::kLink) now.target = Utf8(target);
     now.seen = true;
-    const auto it = m_State.find(key);
-    if (it == m_State.end()) {
+    const auto it = std::lower_bound(m_State.begin(), m_State.end(), key,
+                                     [](const auto& standing, const TKey& k) { return standing.first < k; });
+    if (it == m_State.end() || it->first != key) {
         // New. Not kept: the same entry twice in one index (two rows of
         // one name in a folder) is the insert's conflict, and the first
         // row stays.
