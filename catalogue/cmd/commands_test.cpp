@@ -68,6 +68,10 @@ TEST_F(CatalogueCommands, LsFindsTheFolderWithoutCaseAndEitherSeparator) {
     EXPECT_TRUE(lines[0].ends_with(" Notes.TXT"));  // sorted without case: N before r
     EXPECT_TRUE(lines[1].ends_with(" report.docx"));
 
+    for (const char* folder : {"Program Files", "Program Files\\App", "Users", "Users\\alice", "Users\\Public",
+                               "Users\\alice\\Documents", "Users\\alice\\Документы"})
+        EXPECT_EQ(RunTool({"ls", m_File, folder}).code, 0) << folder;  // the last folder of the index too
+
     const TRun missing = RunTool({"ls", m_File, "Users\\bob"});
     EXPECT_EQ(missing.code, 1);
     EXPECT_EQ(missing.out, "");

@@ -6,6 +6,7 @@
 #include "base/case.h"
 #include "base/exc.h"
 #include "base/utf.h"
+#include "catalogue/db/name_lookup.h"
 #include "catalogue/db/schema.h"
 #include "catalogue/model/search_pattern.h"
 
@@ -232,16 +233,24 @@ std::optional<TVersion> CCatalogue::_Version(const TRow& row, const TSearchFilte
 namespace {
 
 void SortVersions(std::vector<TVersion>& list) {
-    std::sort(list.begin(), list.end(), [](const TVersion& a, const TVersion& b) {
+    // Each path folded once, not at each comparison.
+    std::vector<std::u16string> folded;
+    folded.reserve(list.size());
+    for (const auto& v : list) folded.push_back(util::ToUpper(v.path));
+    std::vector<size_t> order(list.size());
+    for (size_t i = 0; i < order.size(); ++i) order[i] = i;
+    std::sort(order.begin(), order.end(), [&](size_t x, size_t y) {
+        const TVersion &a = list[x], &b = list[y];
         if (a.machine != b.machine) return a.machine < b.machine;
         if (a.volume != b.volume) return a.volume < b.volume;
-        if (a.path != b.path) {
-            const std::u16string fa = util::ToUpper(a.path), fb = util::ToUpper(b.path);
-            return fa != fb ? fa < fb : a.path < b.path;
-        }
+        if (a.path != b.path) return folded[x] != folded[y] ? folded[x] < folded[y] : a.path < b.path;
         if (a.kind != b.kind) return a.kind < b.kind;
         return (a.points.empty() ? 0 : a.points[0]) < (b.points.empty() ? 0 : b.points[0]);
     });
+    std::vector<TVersion> sorted;
+    sorted.reserve(list.size());
+    for (size_t i : order) sorted.push_back(std::move(list[i]));
+    list = std::move(sorted);
 }
 
 }  // namespace
@@ -271,7 +280,7 @@ std::vector<TVersion> CCatalogue::Search(std::u16string_view pattern, const TSea
         std::unique_ptr<IStatement> candidates;
         if (!plan.Piece().empty()) {
             candidates = m_Db.Prepare(DialectSql(m_Db.Dialect()).namesHolding);
-            candidates->Bind(1, NameQuery(m_Db.Dialect(), plan.Piece()));
+            candidates->Bind(1, NamesHoldingQuery(m_Db, plan.Piece()));
         } else {
             candidates = m_Db.Prepare("SELECT id, name FROM names");
         }

@@ -9,6 +9,7 @@
 #include "base/exc.h"
 #include "base/utf.h"
 #include "store/file_reader.h"
+#include "store/index_base_reader.h"
 #include "store/records.h"
 #include "store/table_format.h"
 
@@ -74,21 +75,11 @@ CIfdTables::CIfdTables(std::u16string_view fileName) : m_FileName(fileName) {
         m_Index = _Rows(data.OpenSeqTable(idxdata::TableIndex, rec::CIndexRecord()));
 }
 
-// Files, directories and owners must be there, in this order; reparse
-// points and the index table may follow, in this order; nothing else.
+// Beyond the order the store's reader checks, files, directories and owners
+// must all be there.
 void CIfdTables::_CheckOrder() const {
-    static constexpr uint32_t kOrder[] = {idxdata::TableFiles, idxdata::TableDirs, idxdata::TableOwners,
-                                          idxdata::TableReparses, idxdata::TableIndex};
-    size_t next = 0;
-    for (const auto& table : m_Tables) {
-        while (next < std::size(kOrder) && kOrder[next] != table.tableId && kOrder[next] > idxdata::TableOwners)
-            ++next;
-        if (next >= std::size(kOrder) || kOrder[next] != table.tableId)
-            idxdata::ThrowDamagedTable(m_FileName, table.tableId, table.start, table.start + idxdata::kOffTableId,
-                                       u"a table of this id does not belong at this place of an index file");
-        ++next;
-    }
-    if (next < 3) {
+    indexer::CheckIndexTableOrder(m_FileName, m_Tables);
+    if (m_Tables.size() < 3) {  // the order held: the chain stops before the owners
         const auto& last = m_Tables.back();
         idxdata::ThrowDamagedTable(m_FileName, last.tableId, last.start, last.start + idxdata::kOffNextTable,
                                    u"the chain ends before the owners table");

@@ -116,13 +116,6 @@ void CVolumeIndex::_ThrowBadParent(const idxdata::CTableStream& rows, uint64_t p
                                                 util::Hex16(m_Parents.size())}));
 }
 
-std::vector<uint64_t> CVolumeIndex::Children(uint64_t id) const {
-    std::vector<uint64_t> children;
-    for (uint64_t child = id + 1; child < m_Parents.size(); ++child)
-        if (m_Parents[child] == id) children.push_back(child);
-    return children;
-}
-
 std::u16string CVolumeIndex::OwnerText(uint64_t id) const {
     const TOwner* owner = Owner(id);
     if (!owner) return u"#" + util::ToStrU64(id);

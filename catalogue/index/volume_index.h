@@ -64,8 +64,6 @@ public:
     void CheckParent(const idxdata::CTableStream& rows, uint64_t parent) const {
         if (parent >= m_Parents.size()) _ThrowBadParent(rows, parent);
     }
-    // The ids of a directory's subdirectories, in table order.
-    std::vector<uint64_t> Children(uint64_t id) const;
 
     uint64_t GetOwnerCount() const { return m_Owners.size(); }
     // Null for an id without a row.

@@ -3,6 +3,7 @@
 #include <httplib.h>
 #include <openssl/crypto.h>
 #include <openssl/sha.h>
+#include <sys/socket.h>
 
 #include <charconv>
 #include <cstring>
@@ -91,9 +92,26 @@ CWebServer::CWebServer(const TServeOptions& options) : m_Options(options) {
         m_Http = std::make_unique<httplib::Server>();
     }
     m_Http->set_payload_max_length(kMaxBody);
+    // An answer goes out as two writes (headers, then body). With Nagle's
+    // algorithm the body waits for the client's ACK of the headers, which a
+    // kept-alive client delays by up to 40 ms: every answer after a
+    // connection's first would take that long.
+    m_Http->set_tcp_nodelay(true);
+    // cpp-httplib 0.11 listens with a backlog of 5 and closes a kept-alive
+    // connection after 5 requests: eight busy clients connecting again at
+    // once overflow the backlog, and a dropped connection request is sent
+    // again only after a second. The socket is kept to listen again with the
+    // system's backlog once bound (listen() on a listening socket sets it).
+    int listening = -1;
+    m_Http->set_socket_options([&listening](socket_t sock) {
+        httplib::default_socket_options(sock);
+        listening = sock;
+    });
+    m_Http->set_keep_alive_max_count(1000);
     _Routes();
     m_Port = options.port == 0 ? m_Http->bind_to_any_port(options.host)
                                : (m_Http->bind_to_port(options.host, options.port) ? options.port : -1);
+    if (m_Port >= 0 && listening >= 0) ::listen(listening, SOMAXCONN);
     if (m_Port < 0)
         throw CExc(util::Utf8ToUtf16("cannot listen on " + options.host + ":" + std::to_string(options.port) + ": " +
                                      std::strerror(errno)));

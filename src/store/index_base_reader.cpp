@@ -12,6 +12,20 @@
 
 namespace indexer {
 
+void CheckIndexTableOrder(std::u16string_view fileName, const std::vector<idxdata::TTableInfo>& tables) {
+    static constexpr uint32_t kOrder[] = {idxdata::TableFiles, idxdata::TableDirs, idxdata::TableOwners,
+                                          idxdata::TableReparses, idxdata::TableIndex};
+    size_t next = 0;
+    for (const auto& table : tables) {
+        while (next < std::size(kOrder) && kOrder[next] != table.tableId && kOrder[next] > idxdata::TableOwners)
+            ++next;
+        if (next >= std::size(kOrder) || kOrder[next] != table.tableId)
+            idxdata::ThrowDamagedTable(fileName, table.tableId, table.start, table.start + idxdata::kOffTableId,
+                                       u"a table of this id does not belong at this place of an index file");
+        ++next;
+    }
+}
+
 using idxdata::CSeqTableReader;
 
 namespace {
@@ -49,7 +63,7 @@ void CIndexBaseReader::Open(std::u16string_view fileName) {
     try {
         _OpenIndexBaseFile(fileName);
         m_Data = std::make_unique<idxdata::CDataFileReader>(m_Reader, m_FileName, m_Reader.GetSize());
-        _CheckTableOrder();
+        CheckIndexTableOrder(m_FileName, m_Data->GetTables());
         m_Files.emplace(m_Data->OpenSeqTable(idxdata::TableFiles, rec::CFileRecord()));
         m_Dirs.emplace(m_Data->OpenSeqTable(idxdata::TableDirs, rec::CDirRecord()));
         m_Owners.emplace(m_Data->OpenSeqTable(idxdata::TableOwners, rec::COwnerRecord()));
@@ -77,24 +91,6 @@ void CIndexBaseReader::Close() {
     m_Data.reset();
     m_Reader.Close();
     m_FileName.clear();
-}
-
-// An index file holds files, directories and owners, then reparse points
-// and the index table where they were written, in this order and no other
-// table: anything else is a damaged id, not a table to skip.
-void CIndexBaseReader::_CheckTableOrder() const {
-    static constexpr uint32_t kOrder[] = {idxdata::TableFiles, idxdata::TableDirs, idxdata::TableOwners,
-                                          idxdata::TableReparses, idxdata::TableIndex};
-    const auto& tables = m_Data->GetTables();
-    size_t next = 0;
-    for (const auto& table : tables) {
-        while (next < std::size(kOrder) && kOrder[next] != table.tableId && kOrder[next] > idxdata::TableOwners)
-            ++next;
-        if (next >= std::size(kOrder) || kOrder[next] != table.tableId)
-            idxdata::ThrowDamagedTable(m_FileName, table.tableId, table.start, table.start + idxdata::kOffTableId,
-                                       u"a table of this id does not belong at this place of an index file");
-        ++next;
-    }
 }
 
 const CSeqTableReader& CIndexBaseReader::_Table(const std::optional<CSeqTableReader>& table) const {

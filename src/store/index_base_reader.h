@@ -37,6 +37,13 @@
 
 namespace indexer {
 
+// Throws the damaged-table CExc unless `tables` (a file's chain, in order)
+// are files, directories and owners, then reparse points and the index table
+// where they were written, in this order and no other table: anything else
+// is a damaged id, not a table to skip. A chain may end early: a missing
+// required table is the caller's to report.
+void CheckIndexTableOrder(std::u16string_view fileName, const std::vector<idxdata::TTableInfo>& tables);
+
 class CIndexBaseReader {
 public:
     static constexpr uint64_t kMaxDirs = 0x08000000;
@@ -93,7 +100,6 @@ public:
 
 private:
     void _OpenIndexBaseFile(std::u16string_view fileName);
-    void _CheckTableOrder() const;
     // The table, or the not-open failure.
     const idxdata::CSeqTableReader& _Table(const std::optional<idxdata::CSeqTableReader>& table) const;
     idxdata::CSeqTableReader& _Table(std::optional<idxdata::CSeqTableReader>& table);
