@@ -6,7 +6,8 @@
 # Two volumes: FILES synthetic file names that never repeat (default
 # 1,000,000, the index of scripts/bench-catalogue.sh), and the paths of this
 # machine's own tree (find / -xdev, without /proc, /sys, /tmp, /work), whose
-# names repeat as real names do. For each: POINTS restore points (default
+# names repeat as real names do, and that tree with two of its folders
+# copied (real30, where they repeat more). For each: POINTS restore points (default
 # 30), each with about 1% of the files changed, gone or new
 # (catalogue/bench/bench_index.cpp). Prints, for SQLite and PostgreSQL:
 # the first ingest in rows a second, database bytes a file row, the size
@@ -166,3 +167,16 @@ pattern=$(awk -F/ '{print tolower($NF)}' "$list" | sort -u > "$work/real-distinc
     echo "$(grep -c -- "$w" "$work/real-distinct.txt") $w"
   done | awk '{d = $1 - 100; if (d < 0) d = -d; print d, $2}' | sort -n | head -1 | cut -d' ' -f2)
 run_set real "$pattern"
+
+# The same tree with its two largest second-level folders copied once more
+# under old/, as a volume that holds an older copy of its system or of a
+# user's profile does: names repeat more (about 30% distinct here).
+list30=$work/real30-names.txt
+if [ ! -f "$list30" ]; then
+  top=$(awk -F/ 'NF > 1 && $2 != "" {print $1 "/" $2}' "$list" | sort | uniq -c | sort -rn | head -2 | awk '{print $2}')
+  { cat "$list"
+    for folder in $top; do grep -F -e "$folder/" "$list" | awk -v f="$folder/" 'index($0, f) == 1' | sed 's|^|old/|'; done
+  } > "$list30"
+fi
+make_points real30 --list "$list30"
+run_set real30 "$pattern"

@@ -26,8 +26,10 @@ public:
     CBatchInsert(IConnection& db, std::string head, int columns, size_t rowsPerBatch = 256, std::string tail = {})
         : m_Db(db), m_Head(std::move(head)), m_Tail(std::move(tail)), m_Columns(columns), m_Batch(rowsPerBatch) {}
 
-    void Add(std::vector<TValue> row) {
-        for (auto& value : row) m_Values.push_back(std::move(value));
+    // One row: as many values as the table's columns.
+    template <typename... TValues>
+    void Add(TValues&&... row) {
+        (m_Values.emplace_back(std::forward<TValues>(row)), ...);
         if (m_Values.size() == m_Batch * static_cast<size_t>(m_Columns)) Flush();
     }
     void Flush();

@@ -9,6 +9,7 @@
 #include "base/exc.h"
 #include "base/utf.h"
 #include "catalogue/db/batch_insert.h"
+#include "catalogue/db/name_ids.h"
 #include "catalogue/db/schema.h"
 #include "catalogue/index/volume_index.h"
 #include "catalogue/model/catalogue_types.h"
@@ -20,18 +21,11 @@ namespace {
 
 std::string Utf8(std::u16string_view text) { return util::Utf16ToUtf8(text); }
 
-// Heterogeneous look-up by string view: no copy of a name per row.
-struct TNameHash {
-    using is_transparent = void;
-    size_t operator()(std::u16string_view s) const { return std::hash<std::u16string_view>()(s); }
-};
-using TNameIds = std::unordered_map<std::u16string, int64_t, TNameHash, std::equal_to<>>;
-
 // Where a version stands in its volume: folder, name, kind.
 struct TKey {
     int64_t folder, name;
     EKind kind;
-    bool operator==(const TKey&) const = default;
+    auto operator<=>(const TKey&) const = default;
 };
 struct TKeyHash {
     size_t operator()(const TKey& k) const {
@@ -57,7 +51,6 @@ class CIngest {
 public:
     CIngest(IConnection& db, const std::function<void(uint64_t)>& progress)
         : m_Db(db), m_Sql(DialectSql(db.Dialect())), m_Progress(progress) {
-        if (m_Sql.insertNameGrams) m_NewGrams.emplace(m_Db, m_Sql.insertNameGrams, 2, 512);
     }
 
     TIngestResult Run(const TIngestRun& run);
@@ -65,6 +58,10 @@ public:
 private:
     int64_t _NextId(const char* table);
     void _LoadHashes();
+    void _LoadAllNames();
+    uint64_t _StandingRows();
+    void _DropIndexes(std::span<const TIndexDef> indexes);
+    void _MakeIndexes(std::span<const TIndexDef> indexes);
     int64_t _Machine(const std::u16string& name);
     int64_t _Volume(int64_t machine, const std::u16string& name);
     void _IngestVolume(int64_t volume, CVolumeIndex& index);
@@ -74,9 +71,20 @@ private:
         m_NewVersions.Flush();
         m_NewNames.Flush();
         m_NewFolders.Flush();
-        if (m_NewGrams) m_NewGrams->Flush();
+        if (m_Sql.indexNewNames && m_NextName > m_FirstNewName) {
+            // FTS5 holds up to 4 MiB of new trigrams before it writes them out
+            // as a segment (1 MiB by default): fewer segments to merge, less
+            // time on a million new names, a smaller index (and more time
+            // than 1 MiB where the names are long; above 4 MiB, more time on
+            // both). It holds them for this statement only.
+            m_Db.Exec("INSERT INTO name_grams(name_grams, rank) VALUES('hashsize', 4194304)");
+            auto index = m_Db.Prepare(m_Sql.indexNewNames);
+            index->Bind(1, m_FirstNewName);
+            index->Step();
+        }
     }
     int64_t _Owner(const TOwner* owner);
+    int64_t _OwnerRow(const TOwner& owner);
     int64_t _Folder(int64_t volume, int64_t parent, int64_t name);
     void _Visit(int64_t volume, const TKey& key, uint64_t size, uint64_t modified, int64_t owner,
                 std::u16string_view target);
@@ -96,15 +104,20 @@ private:
     std::function<void(uint64_t)> m_Progress;
     TIngestResult m_Result;
     int64_t m_Point = 0, m_Prev = 0;  // m_Prev 0: the volume's first point
-    int64_t m_NextName = 0, m_NextFolder = 0;
+    int64_t m_NextName = 0, m_NextFolder = 0, m_FirstNewName = 0;
 
-    TNameIds m_Names;
+    CNameIds m_Names;
     static constexpr int64_t kMaxHashes = 16 << 20;  // 64 MiB of hashes
     std::vector<int32_t> m_Hashes;  // sorted; names added by this ingest are in m_Names
     bool m_HashesLoaded = false;
+    bool m_AllNames = false;  // every name of the catalogue is in m_Names
+    bool m_Bulk = false;  // versions' indexes made after the rows
     std::unordered_map<std::string, int64_t> m_Owners;  // sid NUL account
+    std::unordered_map<const TOwner*, int64_t> m_OwnerOf;  // an index's owner rows
     std::unordered_map<TKey, int64_t, TKeyHash> m_Folders;  // (parent, name) -> id of the volume
-    std::unordered_map<TKey, TStanding, TKeyHash> m_State;
+    // What the previous point held, sorted by key: one flat array, read in
+    // the order of the versions' own key, found by a binary search.
+    std::vector<std::pair<TKey, TStanding>> m_State;
 
     // New rows, written many to a statement; flushed before the commit.
     CBatchInsert m_NewVersions{m_Db,
@@ -113,7 +126,6 @@ private:
                                10, 256, " ON CONFLICT DO NOTHING"};
     CBatchInsert m_NewNames{m_Db, m_Sql.insertName, m_Db.Dialect() == EDialect::kPostgres ? 4 : 3};
     CBatchInsert m_NewFolders{m_Db, "INSERT INTO folders(id, volume, parent, name) VALUES", 4};
-    std::optional<CBatchInsert> m_NewGrams;  // SQLite's name index, 512 names a statement
     std::unique_ptr<IStatement> m_FindName, m_CloseVersion,
         m_ReopenVersion, m_AddOwner;
 };
@@ -126,8 +138,23 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
 
     CTransaction transaction(m_Db);
     if (m_Sql.lockIngest) m_Db.Exec(m_Sql.lockIngest);
-    m_NextName = _NextId("names");
-    _LoadHashes();
+    uint64_t entries = 0;
+    for (const auto& index : indexes) entries += index->Tables().GetFileCount() + index->GetDirCount();
+    m_Names.Reserve(entries);
+    m_FirstNewName = m_NextName = _NextId("names");
+    // A run that brings more than twice the entries the catalogue's volumes
+    // hold (the first of a catalogue, or of a large machine in a small one):
+    // the secondary indexes are made again after its rows, and every name is
+    // looked up in memory when there are not more names than entries. The
+    // next point of a volume brings about as many as it holds: row by row.
+    m_Bulk = 2 * _StandingRows() < entries;
+    if (m_Bulk && static_cast<uint64_t>(m_NextName - 1) <= entries) {
+        _LoadAllNames();
+        _DropIndexes(NameIndexes(m_Db.Dialect()));
+    } else {
+        _LoadHashes();
+    }
+    if (m_Bulk) _DropIndexes(VersionIndexes(m_Db.Dialect()));
     m_NextFolder = _NextId("folders");
     const int64_t machine = _Machine(run.machine);
     {
@@ -160,9 +187,6 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
         while (owners->Step()) m_Owners[owners->Text(1) + '\0' + owners->Text(2)] = owners->Int(0);
     }
     uint64_t files = 0;
-    uint64_t entries = 0;
-    for (const auto& index : indexes) entries += index->Tables().GetFileCount() + index->GetDirCount();
-    m_Names.reserve(entries);
     auto addPointVolume = m_Db.Prepare("INSERT INTO point_volumes(volume, point, files) VALUES(?, ?, ?)");
     for (size_t i = 0; i < run.volumes.size(); ++i) {
         const int64_t volume = _Volume(machine, run.volumes[i].name);
@@ -179,6 +203,8 @@ TIngestResult CIngest::Run(const TIngestRun& run) {
     setFiles->Bind(2, m_Point);
     setFiles->Step();
     _Flush();
+    if (m_AllNames) _MakeIndexes(NameIndexes(m_Db.Dialect()));
+    if (m_Bulk) _MakeIndexes(VersionIndexes(m_Db.Dialect()));
     transaction.Commit();
     return m_Result;
 }
@@ -191,6 +217,32 @@ void CIngest::_LoadHashes() {
     auto hashes = m_Db.Prepare("SELECT hash FROM names ORDER BY hash");
     while (hashes->Step()) m_Hashes.push_back(static_cast<int32_t>(hashes->Int(0)));
     m_HashesLoaded = true;
+}
+
+void CIngest::_LoadAllNames() {
+    auto names = m_Db.Prepare("SELECT id, name FROM names");
+    while (names->Step()) {
+        const std::u16string name = util::Utf8ToUtf16(names->Text(1));
+        m_Names.Add(name, CNameIds::Hash(name), names->Int(0));
+    }
+    m_AllNames = true;
+}
+
+// About how many versions the catalogue holds: the files of each volume's
+// newest point (older versions and folders come on top).
+uint64_t CIngest::_StandingRows() {
+    auto rows = m_Db.Prepare(
+        "SELECT coalesce(sum(files), 0) FROM point_volumes p "
+        "WHERE point = (SELECT max(point) FROM point_volumes q WHERE q.volume = p.volume)");
+    return rows->Step() ? static_cast<uint64_t>(rows->Int(0)) : 0;
+}
+
+void CIngest::_DropIndexes(std::span<const TIndexDef> indexes) {
+    for (const auto& index : indexes) m_Db.Exec(std::string("DROP INDEX ") + index.name);
+}
+
+void CIngest::_MakeIndexes(std::span<const TIndexDef> indexes) {
+    for (const auto& index : indexes) m_Db.Exec(index.create);
 }
 
 int64_t CIngest::_NextId(const char* table) {
@@ -236,7 +288,6 @@ void CIngest::_LoadPrevious(int64_t volume, int64_t prev) {
         count->Bind(2, prev);
         const auto files = count->Step() ? static_cast<size_t>(count->Int(0)) : 0;
         m_State.reserve(files + m_Folders.size());
-        m_Names.reserve(m_Names.size() + files);
     }
     auto state = m_Db.Prepare(
         "SELECT v.folder, v.name, v.kind, v.first, v.last, v.size, v.modified, v.owner, v.target, n.name "
@@ -254,9 +305,17 @@ void CIngest::_LoadPrevious(int64_t volume, int64_t prev) {
         v.owner = state->Int(7);
         if (!state->IsNull(8)) v.target = state->Text(8);
         const TKey key{state->Int(0), state->Int(1), static_cast<EKind>(state->Int(2))};
-        m_State.emplace(key, std::move(v));
-        m_Names.try_emplace(util::Utf8ToUtf16(state->Text(9)), key.name);
+        m_State.emplace_back(key, std::move(v));
+        const std::u16string name = util::Utf8ToUtf16(state->Text(9));
+        m_Names.Add(name, CNameIds::Hash(name), key.name);
     }
+    // In key order already where the database reads its own key in order;
+    // one version of a key stands at a point, the first kept if not.
+    const auto byKey = [](const auto& a, const auto& b) { return a.first < b.first; };
+    if (!std::is_sorted(m_State.begin(), m_State.end(), byKey)) std::stable_sort(m_State.begin(), m_State.end(), byKey);
+    m_State.erase(std::unique(m_State.begin(), m_State.end(),
+                              [](const auto& a, const auto& b) { return a.first == b.first; }),
+                  m_State.end());
 }
 
 void CIngest::_IngestVolume(int64_t volume, CVolumeIndex& index) {
@@ -313,8 +372,9 @@ void CIngest::_Visit(int64_t volume, const TKey& key, uint64_t size, uint64_t mo
     now.owner = owner;
     if (key.kind == EKind::kLink) now.target = Utf8(target);
     now.seen = true;
-    const auto it = m_State.find(key);
-    if (it == m_State.end()) {
+    const auto it = std::lower_bound(m_State.begin(), m_State.end(), key,
+                                     [](const auto& standing, const TKey& k) { return standing.first < k; });
+    if (it == m_State.end() || it->first != key) {
         // New. Not kept: the same entry twice in one index (two rows of
         // one name in a folder) is the insert's conflict, and the first
         // row stays.
@@ -347,9 +407,9 @@ void CIngest::_Visit(int64_t volume, const TKey& key, uint64_t size, uint64_t mo
 }
 
 void CIngest::_Insert(int64_t volume, const TKey& key, const TStanding& v) {
-    m_NewVersions.Add({volume, key.folder, key.name, static_cast<int64_t>(key.kind), v.first, std::monostate(),
-                       static_cast<int64_t>(v.size), static_cast<int64_t>(v.modified), v.owner,
-                       key.kind == EKind::kLink ? CBatchInsert::TValue(v.target) : std::monostate()});
+    m_NewVersions.Add(volume, key.folder, key.name, static_cast<int64_t>(key.kind), v.first, std::monostate(),
+                      static_cast<int64_t>(v.size), static_cast<int64_t>(v.modified), v.owner,
+                      key.kind == EKind::kLink ? CBatchInsert::TValue(v.target) : std::monostate());
 }
 
 void CIngest::_Close(int64_t volume, const TKey& key, const TStanding& v, int64_t last) {
@@ -366,33 +426,47 @@ void CIngest::_Close(int64_t volume, const TKey& key, const TStanding& v, int64_
 }
 
 int64_t CIngest::_Name(std::u16string_view name) {
-    const auto it = m_Names.find(name);
-    if (it != m_Names.end()) return it->second;
-    const std::string utf8 = Utf8(name);
+    // Names are stored in UTF-8, where a lone surrogate becomes U+FFFD: such
+    // a name is looked up as stored, so that it is the same name at the next
+    // ingest, when it comes from the database.
+    std::u16string stored;
+    if (std::any_of(name.begin(), name.end(), [](char16_t c) { return c >= 0xD800 && c <= 0xDFFF; })) {
+        stored = util::Utf8ToUtf16(Utf8(name));
+        name = stored;
+    }
+    const uint64_t known = CNameIds::Hash(name);
+    if (const int64_t id = m_Names.Find(name, known)) return id;
+    std::string utf8 = Utf8(name);
     const int32_t hash = NameHash(utf8);
     int64_t id = 0;
-    if (!m_HashesLoaded || std::binary_search(m_Hashes.begin(), m_Hashes.end(), hash)) {
+    if (!m_AllNames && (!m_HashesLoaded || std::binary_search(m_Hashes.begin(), m_Hashes.end(), hash))) {
         auto& find = _Stmt(m_FindName, "SELECT id, name FROM names WHERE hash = ?");
         find->Bind(1, int64_t{hash});
         while (id == 0 && find->Step())
             if (find->Text(1) == utf8) id = find->Int(0);
+        find->Reset();  // a statement left reading would keep the tables from being changed at the end
     }
     if (id == 0) {
-        const std::string folded = Utf8(util::ToUpper(name));
         id = m_NextName++;
         if (m_Db.Dialect() == EDialect::kPostgres)
-            m_NewNames.Add({id, int64_t{hash}, utf8, folded});
+            m_NewNames.Add(id, int64_t{hash}, std::move(utf8), Utf8(util::ToUpper(name)));
         else
-            m_NewNames.Add({id, int64_t{hash}, utf8});
-        if (m_NewGrams) m_NewGrams->Add({id, folded});
+            m_NewNames.Add(id, int64_t{hash}, std::move(utf8));
     }
-    m_Names.emplace(std::u16string(name), id);
+    m_Names.Add(name, known, id);
     return id;
 }
 
 int64_t CIngest::_Owner(const TOwner* owner) {
     if (!owner) return 0;
-    const std::string sid = Utf8(owner->sid), account = Utf8(owner->account);
+    // Asked once a file: by the index's own owner row first, without a string.
+    const auto known = m_OwnerOf.find(owner);
+    if (known != m_OwnerOf.end()) return known->second;
+    return m_OwnerOf[owner] = _OwnerRow(*owner);
+}
+
+int64_t CIngest::_OwnerRow(const TOwner& owner) {
+    const std::string sid = Utf8(owner.sid), account = Utf8(owner.account);
     const std::string key = sid + '\0' + account;
     const auto it = m_Owners.find(key);
     if (it != m_Owners.end()) return it->second;
@@ -400,7 +474,12 @@ int64_t CIngest::_Owner(const TOwner* owner) {
     add->Bind(1, sid);
     add->Bind(2, account);
     add->Step();
-    return m_Owners[key] = add->Int(0);
+    const int64_t id = m_Owners[key] = add->Int(0);
+    // Finished now: a write statement left open keeps its statement journal
+    // open, and every later statement's journal nests in it and grows with
+    // the whole ingest (SQLite walks it at each statement's end).
+    add->Reset();
+    return id;
 }
 
 int64_t CIngest::_Folder(int64_t volume, int64_t parent, int64_t name) {
@@ -408,7 +487,7 @@ int64_t CIngest::_Folder(int64_t volume, int64_t parent, int64_t name) {
     const auto it = m_Folders.find(key);
     if (it != m_Folders.end()) return it->second;
     const int64_t id = m_NextFolder++;
-    m_NewFolders.Add({id, volume, parent, name});
+    m_NewFolders.Add(id, volume, parent, name);
     return m_Folders[key] = id;
 }
 

@@ -18,7 +18,6 @@ CREATE TABLE point_volumes(volume INTEGER NOT NULL, point INTEGER NOT NULL, file
                            PRIMARY KEY(volume, point)) WITHOUT ROWID;
 CREATE TABLE owners(id INTEGER PRIMARY KEY, sid TEXT NOT NULL, account TEXT NOT NULL, UNIQUE(sid, account));
 CREATE TABLE names(id INTEGER PRIMARY KEY, hash INTEGER NOT NULL, name TEXT NOT NULL);
-CREATE INDEX names_by_hash ON names(hash);
 CREATE VIRTUAL TABLE name_grams USING fts5(folded, content='', detail=none, columnsize=0,
                                            tokenize='trigram case_sensitive 1');
 CREATE TABLE folders(id INTEGER PRIMARY KEY, volume INTEGER NOT NULL, parent INTEGER NOT NULL, name INTEGER NOT NULL,
@@ -27,7 +26,6 @@ CREATE TABLE versions(volume INTEGER NOT NULL, folder INTEGER NOT NULL, name INT
                       first INTEGER NOT NULL, last INTEGER, size INTEGER NOT NULL, modified INTEGER NOT NULL,
                       owner INTEGER NOT NULL, target TEXT,
                       PRIMARY KEY(volume, folder, name, kind, first)) WITHOUT ROWID;
-CREATE INDEX versions_by_name ON versions(name);
 )";
 
 const char kPostgresSchema[] = R"(
@@ -41,21 +39,26 @@ CREATE TABLE point_volumes(volume bigint NOT NULL, point bigint NOT NULL, files 
                            PRIMARY KEY(volume, point));
 CREATE TABLE owners(id bigserial PRIMARY KEY, sid text NOT NULL, account text NOT NULL, UNIQUE(sid, account));
 CREATE TABLE names(id bigint PRIMARY KEY, hash integer NOT NULL, name text NOT NULL, folded text NOT NULL);
-CREATE INDEX names_by_hash ON names(hash);
-CREATE INDEX names_grams ON names USING gin (folded gin_trgm_ops);
 CREATE TABLE folders(id bigint PRIMARY KEY, volume bigint NOT NULL, parent bigint NOT NULL, name bigint NOT NULL,
                      UNIQUE(volume, parent, name));
 CREATE TABLE versions(volume bigint NOT NULL, folder bigint NOT NULL, name bigint NOT NULL, kind smallint NOT NULL,
                       first bigint NOT NULL, last bigint, size bigint NOT NULL, modified bigint NOT NULL,
                       owner bigint NOT NULL, target text,
                       PRIMARY KEY(volume, folder, name, kind, first));
-CREATE INDEX versions_by_name ON versions(name);
 )";
+
+// The secondary indexes, made after the tables (and by a bulk ingest after
+// its rows: schema.h).
+const TIndexDef kSqliteNameIndexes[] = {{"names_by_hash", "CREATE INDEX names_by_hash ON names(hash)"}};
+const TIndexDef kPostgresNameIndexes[] = {
+    {"names_by_hash", "CREATE INDEX names_by_hash ON names(hash)"},
+    {"names_grams", "CREATE INDEX names_grams ON names USING gin (folded gin_trgm_ops)"}};
+const TIndexDef kVersionIndexes[] = {{"versions_by_name", "CREATE INDEX versions_by_name ON versions(name)"}};
 
 const TDialectSql kSqlite = {
     nullptr,
     "INSERT INTO names(id, hash, name) VALUES",
-    "INSERT INTO name_grams(rowid, folded) VALUES",
+    "INSERT INTO name_grams(rowid, folded) SELECT id, fold(name) FROM names WHERE id >= ?",
     "SELECT n.id, n.name FROM name_grams g JOIN names n ON n.id = g.rowid WHERE name_grams MATCH ?",
 };
 const TDialectSql kPostgres = {
@@ -92,6 +95,8 @@ void EnsureSchema(IConnection& db) {
         throw CExc(util::Utf8ToUtf16(db.Name() + " is not a catalogue: it has a table versions but no table meta"));
     CTransaction transaction(db);
     db.Exec(db.Dialect() == EDialect::kSqlite ? kSqliteSchema : kPostgresSchema);
+    for (const auto& index : NameIndexes(db.Dialect())) db.Exec(index.create);
+    for (const auto& index : VersionIndexes(db.Dialect())) db.Exec(index.create);
     auto insert = db.Prepare("INSERT INTO meta(key, value) VALUES('schema_version', ?)");
     const std::string version = std::to_string(kSchemaVersion);
     insert->Bind(1, std::string_view(version));
@@ -104,6 +109,12 @@ int32_t NameHash(std::string_view utf8) {
     for (unsigned char c : utf8) hash = (hash ^ c) * 16777619u;
     return static_cast<int32_t>(hash);
 }
+
+std::span<const TIndexDef> NameIndexes(EDialect dialect) {
+    if (dialect == EDialect::kSqlite) return kSqliteNameIndexes;
+    return kPostgresNameIndexes;
+}
+std::span<const TIndexDef> VersionIndexes(EDialect) { return kVersionIndexes; }
 
 const TDialectSql& DialectSql(EDialect dialect) { return dialect == EDialect::kSqlite ? kSqlite : kPostgres; }
 

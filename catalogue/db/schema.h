@@ -6,6 +6,7 @@
 // here too, so that the rest of db/ is written once.
 
 #include <cstdint>
+#include <span>
 #include <string>
 
 #include "catalogue/db/connection.h"
@@ -28,17 +29,31 @@ struct TDialectSql {
     // name (and on PostgreSQL the folded name). Ingests give names and folders their ids themselves (one runs
     // at a time): an INSERT with RETURNING costs SQLite a statement journal.
     const char* insertName;
-    // Adds names' trigrams (SQLite's FTS5 table), the head of a batch:
-    // each an id and a folded name; or null where the names table indexes its
-    // own folded column (PostgreSQL's pg_trgm). Many names go in one
-    // statement: a statement on FTS5 costs a savepoint of its own, half the
-    // time of an ingest when taken once a name.
-    const char* insertNameGrams;
+    // Puts the names from id ? on into the name index (SQLite's FTS5 table,
+    // through the connection's fold()), or null where the names table indexes
+    // its own folded column (PostgreSQL's pg_trgm). One statement at the end
+    // of an ingest: FTS5 writes what it holds to the file as a new segment at
+    // the start of every statement, so names added a few hundred a statement
+    // cost half an ingest's time.
+    const char* indexNewNames;
     // Ids and names whose folded form may hold a piece: one parameter, made
     // by NameQuery. May give false positives; never misses one.
     const char* namesHolding;
 };
 const TDialectSql& DialectSql(EDialect dialect);
+
+// A secondary index: its name and the statement that makes it. An ingest
+// that brings more rows than a table holds drops the table's indexes and
+// makes them again after its rows: one sort instead of a b-tree insert a
+// row, and full pages.
+struct TIndexDef {
+    const char* name;
+    const char* create;
+};
+// Of names (on PostgreSQL the name index too; SQLite's is a table of its
+// own), and of versions.
+std::span<const TIndexDef> NameIndexes(EDialect dialect);
+std::span<const TIndexDef> VersionIndexes(EDialect dialect);
 // The parameter of namesHolding for a folded piece of at least 3 units.
 std::string NameQuery(EDialect dialect, std::u16string_view foldedPiece);
 // The hash of a name's UTF-8 bytes that names_by_hash indexes: 32 bits

@@ -2,6 +2,7 @@
 
 #include <filesystem>
 
+#include "base/case.h"
 #include "base/exc.h"
 #include "base/utf.h"
 
@@ -50,6 +51,16 @@ private:
     sqlite3_stmt* m_Stmt = nullptr;
 };
 
+// fold(name): the name in upper case as Windows compares names
+// (util::ToUpper), for the name index, which is made from the names in SQL.
+void Fold(sqlite3_context* context, int, sqlite3_value** args) {
+    const auto* text = reinterpret_cast<const char*>(sqlite3_value_text(args[0]));
+    if (!text) return sqlite3_result_null(context);
+    const std::string folded = util::Utf16ToUtf8(
+        util::ToUpper(util::Utf8ToUtf16(std::string_view(text, static_cast<size_t>(sqlite3_value_bytes(args[0]))))));
+    sqlite3_result_text(context, folded.data(), static_cast<int>(folded.size()), SQLITE_TRANSIENT);
+}
+
 }  // namespace
 
 CSqliteConnection::CSqliteConnection(const std::string& fileName, bool readOnly) : m_Name(fileName) {
@@ -67,6 +78,8 @@ CSqliteConnection::CSqliteConnection(const std::string& fileName, bool readOnly)
         throw CExc(util::Utf8ToUtf16("cannot open " + fileName + ": " + message));
     }
     sqlite3_busy_timeout(m_Db, 10000);
+    sqlite3_create_function_v2(m_Db, "fold", 1, SQLITE_UTF8 | SQLITE_DETERMINISTIC | SQLITE_INNOCUOUS, nullptr, Fold,
+                               nullptr, nullptr, nullptr);
     // A catalogue is rebuilt from the indexes if lost: a crash may lose the
     // last transaction but never corrupt the file (journal, synchronous=NORMAL).
     // A reader (the web server keeps several) takes a smaller page cache.
