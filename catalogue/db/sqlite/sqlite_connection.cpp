@@ -82,8 +82,9 @@ CSqliteConnection::CSqliteConnection(const std::string& fileName, bool readOnly)
                                nullptr, nullptr, nullptr);
     // A catalogue is rebuilt from the indexes if lost: a crash may lose the
     // last transaction but never corrupt the file (journal, synchronous=NORMAL).
-    // A reader (the web server keeps several) takes a smaller page cache.
-    Exec(readOnly ? "PRAGMA synchronous=NORMAL; PRAGMA cache_size=-65536; PRAGMA temp_store=MEMORY"
+    // A reader (the web server keeps several) takes a smaller page cache: the
+    // operating system caches the file anyway, and 16 MiB holds a search's pages.
+    Exec(readOnly ? "PRAGMA synchronous=NORMAL; PRAGMA cache_size=-16384; PRAGMA temp_store=MEMORY"
                   : "PRAGMA synchronous=NORMAL; PRAGMA cache_size=-262144; PRAGMA temp_store=MEMORY");
     if (readOnly) Exec("PRAGMA query_only=1");
 }
