@@ -1,7 +1,7 @@
-// Reading the $MFT ahead, with or without io_uring, in large or small
-// requests, and unbuffered: on every fixture image and shared sample the
-// index file has the same bytes and the log the same lines as when the main
-// loop reads block by block.
+// Reading the $MFT ahead, with or without the asynchronous queue (io_uring,
+// overlapped ReadFile), in large or small requests, and unbuffered: on every
+// fixture image and shared sample the index file has the same bytes and the
+// log the same lines as when the main loop reads block by block.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -51,10 +51,10 @@ TEST_P(FastReadAhead, SameIndexAndLogAsBlockByBlock) {
         const char* what;
         TReadOptions read;
     } cases[] = {
-        {"io_uring, depth 8, 1 MiB", {Tuning(8, 1024, true), false}},
-        {"io_uring, depth 1, one block", {Tuning(1, 256, true), false}},
+        {"asynchronous, depth 8, 1 MiB", {Tuning(8, 1024, true), false}},
+        {"asynchronous, depth 1, one block", {Tuning(1, 256, true), false}},
         {"synchronous, depth 4, 2 MiB", {Tuning(4, 2048, false), false}},
-        {"io_uring, unbuffered", {Tuning(8, 1024, true), true}},
+        {"asynchronous, unbuffered", {Tuning(8, 1024, true), true}},
         {"no read-ahead, unbuffered", {Tuning(0, 1024, true), true}},
     };
     for (const auto& c : cases) {

@@ -124,7 +124,7 @@ TEST_P(BlockReadAhead, ReadsThroughTheCacheEqualTheFile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Queues, BlockReadAhead, ::testing::Values(true, false),
-                         [](const auto& info) { return info.param ? "io_uring" : "synchronous"; });
+                         [](const auto& info) { return info.param ? "asynchronous" : "synchronous"; });
 
 TEST(CacheAlignment, UnalignedReadsFailBeforeTheSystemSeesThem) {
     CTempDir dir;
