@@ -1,8 +1,8 @@
-# ngi_layer(NAME [DIR dir] DEPS libs... [TEST_DEPS libs...])
+# ngi_layer(NAME [DIR dir] DEPS libs... [TEST_DEPS libs...] [EXTRA_SOURCES files...] [EXTRA_TESTS files...])
 #
 # Builds every *.cpp of the current folder (or DIR) except *_test.cpp into the
-# static library ngi_NAME, and every *_test.cpp into the test program
-# NAME_tests, registered with ctest test by test. A folder without sources
+# static library ngi_NAME, and every *_test.cpp (and EXTRA_TESTS) into the
+# test program NAME_tests, registered with ctest test by test. A folder without sources
 # yet becomes an interface library so that layers above can name it already.
 #
 # The Windows build leaves out two kinds of tests that hold only on Linux:
@@ -12,13 +12,14 @@
 # through that registry file and its volume table; the Windows program's own
 # end-to-end checks are in scripts/test-windows.sh).
 function(ngi_layer name)
-  cmake_parse_arguments(L "" "DIR" "DEPS;TEST_DEPS;EXTRA_SOURCES" ${ARGN})
+  cmake_parse_arguments(L "" "DIR" "DEPS;TEST_DEPS;EXTRA_SOURCES;EXTRA_TESTS" ${ARGN})
   if(NOT L_DIR)
     set(L_DIR ${CMAKE_CURRENT_SOURCE_DIR})
   endif()
   file(GLOB srcs CONFIGURE_DEPENDS ${L_DIR}/*.cpp)
   file(GLOB tests CONFIGURE_DEPENDS ${L_DIR}/*_test.cpp)
   list(FILTER srcs EXCLUDE REGEX "(_test|/main)\\.cpp$")
+  list(APPEND tests ${L_EXTRA_TESTS})
   if(WIN32)
     list(FILTER tests EXCLUDE REGEX "_(posix|e2e)_test\\.cpp$")
   endif()

@@ -14,6 +14,9 @@
 #   prog     NorvaGuestIndexer -opt yes over the volume as a shadow device,
 #            end to end, cold (O_DIRECT: the device is a block device)
 #   prog-0   the same with IndexerReadAheadDepth 0: block by block, as before
+#   prog-n   the same as prog at normal priority (NorvaGuestIndexerPriority
+#            NORMAL): what the default background mode (nice 19, idle I/O
+#            class) costs on this machine; loop device only
 #   dd       dd iflag=direct bs=256K over exactly the $MFT's runs: one
 #            request at a time
 #   fio      fio direct, queue depth 8, 1 MiB blocks, over the same runs:
@@ -140,14 +143,16 @@ cp "$build/src/app/NorvaGuestIndexer" "$instance/"
 # The filters, UTF-16LE with its mark: include E:\ (the whole volume), exclude nothing.
 printf '\xff\xfeE\0:\0\\\0\r\0\n\0' > "$instance/NorvaGuestIndexer.inc.filter"
 printf '\xff\xfe' > "$instance/NorvaGuestIndexer.exc.filter"
-# program DEVICE DEPTH DIRECT_IMAGES: one run, "seconds peak_kib".
+# program DEVICE DEPTH DIRECT_IMAGES [PRIORITY]: one run, "seconds peak_kib".
 program() {
+  local priority=()
+  [ -n "${4:-}" ] && priority=("\"NorvaGuestIndexerPriority\"=\"$4\"")
   printf '%s\r\n' 'Windows Registry Editor Version 5.00' '' \
     '[HKEY_LOCAL_MACHINE\SYSTEM\VolumeTable\Volumes\E]' '"MountPoints"="E:"' \
     '"VolumeName"="{5a4d1e2c-0000-4c00-8000-00000000000e}"' "\"Folder\"=\"$work/e\"" "\"Device\"=\"$1\"" '' \
     '[HKEY_LOCAL_MACHINE\SOFTWARE\NorvA\Norva Archive and Mirror]' \
     "\"IndexerReadAheadDepth\"=dword:$(printf %08x "$2")" "\"IndexerDirectIoImages\"=dword:$(printf %08x "$3")" \
-    "\"IndexerReadAheadKiB\"=dword:$(printf %08x "${NGI_BENCH_KIB:-1024}")" > "$work/registry.reg"
+    "\"IndexerReadAheadKiB\"=dword:$(printf %08x "${NGI_BENCH_KIB:-1024}")" "${priority[@]}" > "$work/registry.reg"
   cat > "$instance/NorvaGuestIndexer.SnapshotMapping.xml" <<EOF
 <?xml version="1.0"?>
 <ShadowsList>
@@ -217,14 +222,18 @@ measure() {
   read -r t_dd _ <<<"$(cold_run "$(dd_runs "$device" "$work/extents")")"
   read -r t_fio _ <<<"$(cold_run "$(fio_runs "$device" "$work/extents")")"
   read -r t_icat _ <<<"$(cold_run "icat '$device' 0 > /dev/null")"
-  echo "$label $t_prog $peak $t_prog0 $t_dd $t_fio $t_icat" >> "$results"
-  python3 - "$label" "$t_prog" "$peak" "$t_prog0" "$t_dd" "$t_fio" "$t_icat" <<'PY'
+  local t_progn=0
+  [ "$device" = "$dev" ] && read -r t_progn _ <<<"$(cold_program "$device" "${NGI_BENCH_DEPTH:-8}" "$directImages" NORMAL)"
+  echo "$label $t_prog $peak $t_prog0 $t_dd $t_fio $t_icat $t_progn" >> "$results"
+  python3 - "$label" "$t_prog" "$peak" "$t_prog0" "$t_dd" "$t_fio" "$t_icat" "$t_progn" <<'PY'
 import sys
 label = sys.argv[1]
-prog, peak, prog0, dd, fio, icat = float(sys.argv[2]), int(sys.argv[3]), *map(float, sys.argv[4:])
+prog, peak, prog0, dd, fio, icat, progn = float(sys.argv[2]), int(sys.argv[3]), *map(float, sys.argv[4:])
 print("%s" % label)
 print("  prog    %7.3f s  peak %.1f MiB (target < 64)  prog / fio %.2f  prog / dd %.2f  prog / icat %.2f" %
       (prog, peak / 1024, prog / fio, prog / dd, prog / icat))
+if progn > 0:
+    print("  prog-n  %7.3f s  (normal priority)  prog-n / fio %.2f  prog / prog-n %.2f" % (progn, progn / fio, prog / progn))
 print("  prog-0  %7.3f s  (no read-ahead)  prog-0 / prog %.2f" % (prog0, prog0 / prog))
 print("  dd      %7.3f s  dd / prog %.2f" % (dd, dd / prog))
 print("  fio     %7.3f s" % fio)

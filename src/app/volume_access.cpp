@@ -14,16 +14,24 @@ namespace indexer {
 
 namespace {
 
+// The handle may be opened for overlapped I/O, which keeps no position for
+// its reads: each read says its offset, the one the seek set.
 class CHandleSource : public IBootSectorSource {
 public:
     explicit CHandleSource(platform::NativeHandle h) : m_Handle(h) {}
-    bool SeekToStart() override { return platform::FileSeek(m_Handle, 0, nullptr, platform::kFileBegin); }
+    bool SeekToStart() override {
+        m_Position = 0;
+        return platform::FileSeek(m_Handle, 0, nullptr, platform::kFileBegin);
+    }
     bool Read(void* buffer, uint32_t size, uint32_t* done) override {
-        return platform::FileRead(m_Handle, buffer, size, done);
+        const bool ok = platform::FileReadAt(m_Handle, m_Position, buffer, size, done);
+        m_Position += *done;
+        return ok;
     }
 
 private:
     platform::NativeHandle m_Handle;
+    uint64_t m_Position = 0;
 };
 
 constexpr uint32_t kFirstSectorSize = 512;
@@ -32,9 +40,12 @@ constexpr uint32_t kLastSectorSize = 0x10000;
 }  // namespace
 
 platform::CHandle OpenVolume(std::u16string_view name) {
+    // Reading ahead keeps several reads in flight: on Windows only a handle
+    // opened for overlapped I/O can (platform/read_queue.h).
+    const uint32_t flags = kVolumeOpenFlags | (settings::IsReadAheadOn() ? platform::kFlagOverlapped : 0);
     platform::CHandle h = platform::OpenVolumeDevice(name, platform::kGenericRead,
                                                      platform::kShareRead | platform::kShareWrite,
-                                                     platform::kOpenExisting, kVolumeOpenFlags);
+                                                     platform::kOpenExisting, flags);
     if (!h.IsValid()) throw CWin32Exc(u"Cannot open volume: [%1].", name);
     // Read as Windows reads a volume: past the system's cache, whole sectors
     // only. Where that can't be had (an image on tmpfs) the handle reads

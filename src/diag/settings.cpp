@@ -43,6 +43,12 @@ bool ReadBool(std::u16string_view name, bool defaultValue) {
 uint32_t GetReadAheadDepth() {
     return ReadDwordInRange(u"IndexerReadAheadDepth", kDefaultReadAheadDepth, 0, kMaxReadAheadDepth);
 }
+bool IsReadAheadOn() {
+    uint32_t value = 0;
+    return !platform::RegReadDword(platform::kHkeyLocalMachine, kSettingsKey, u"IndexerReadAheadDepth", value,
+                                   platform::kKeyReadWrite) ||
+           value != 0;
+}
 uint32_t GetReadAheadKiB() { return ReadDwordInRange(u"IndexerReadAheadKiB", kDefaultReadAheadKiB, 256, 16384); }
 bool IsDirectIoForImages() { return ReadBool(u"IndexerDirectIoImages", false); }
 

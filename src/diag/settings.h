@@ -45,6 +45,10 @@ void WarnUnusableValue(std::u16string_view key, std::u16string_view name, std::u
 // the NTFS main loop; 0 reads nothing ahead. Default kDefaultReadAheadDepth;
 // a value above kMaxReadAheadDepth is named in a Warning and replaced by it.
 uint32_t GetReadAheadDepth();
+// Whether IndexerReadAheadDepth leaves reading ahead on: anything but a DWORD
+// of 0 (an unusable value gives the default, which reads ahead). Read
+// quietly, for opening the volume: GetReadAheadDepth names such a value.
+bool IsReadAheadOn();
 // IndexerReadAheadKiB: the bytes of one such request, in KiB, from 256 (one
 // block) to 16384. Default kDefaultReadAheadKiB; a value outside is named in
 // a Warning and replaced by the default.
@@ -55,6 +59,7 @@ uint32_t GetReadAheadKiB();
 bool IsDirectIoForImages();
 
 inline constexpr uint32_t kDefaultReadAheadDepth = 8;
+static_assert(kDefaultReadAheadDepth > 0, "IsReadAheadOn takes an unusable value as reading ahead");
 inline constexpr uint32_t kMaxReadAheadDepth = 64;
 inline constexpr uint32_t kDefaultReadAheadKiB = 1024;
 

@@ -1,7 +1,7 @@
-// Reading the $MFT ahead, with or without io_uring, in large or small
-// requests, and unbuffered: on every fixture image and shared sample the
-// index file has the same bytes and the log the same lines as when the main
-// loop reads block by block.
+// Reading the $MFT ahead, with or without the asynchronous queue (io_uring,
+// overlapped ReadFile), in large or small requests, and unbuffered: on every
+// fixture image and shared sample the index file has the same bytes and the
+// log the same lines as when the main loop reads block by block.
 #include <gtest/gtest.h>
 
 #include "fast/fast_test_util.h"
@@ -39,8 +39,10 @@ TEST_P(FastReadAhead, SameIndexAndLogAsBlockByBlock) {
         uint32_t depth, requestKiB;
         bool async, directIo;
     } cases[] = {
-        {"io_uring, depth 8, 1 MiB", 8, 1024, true, false},   {"io_uring, depth 1, one block", 1, 256, true, false},
-        {"synchronous, depth 4, 2 MiB", 4, 2048, false, false}, {"io_uring, unbuffered", 8, 1024, true, true},
+        {"asynchronous, depth 8, 1 MiB", 8, 1024, true, false},
+        {"asynchronous, depth 1, one block", 1, 256, true, false},
+        {"synchronous, depth 4, 2 MiB", 4, 2048, false, false},
+        {"asynchronous, unbuffered", 8, 1024, true, true},
         {"no read-ahead, unbuffered", 0, 1024, true, true},
     };
     for (const auto& c : cases) {

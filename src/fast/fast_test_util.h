@@ -101,8 +101,11 @@ struct TReadOptions {
 inline fs::path RunPipeline(const fs::path& image, indexer::CIncExcNode& root, const ngitest::CTempDir& dir,
                             indexer::fast_ntfs_indexer::TProcessorServices services = {},
                             const TReadOptions& read = {}) {
-    platform::CHandle handle = platform::FileOpen(util::Utf8ToUtf16(image.string()), platform::kGenericRead,
-                                                  platform::kShareRead, platform::kOpenExisting, 0);
+    // Opened for overlapped I/O where it is read ahead, as the program opens a volume.
+    const bool ahead = read.ReadAhead && read.ReadAhead->depth > 0;
+    platform::CHandle handle =
+        platform::FileOpen(util::Utf8ToUtf16(image.string()), platform::kGenericRead, platform::kShareRead,
+                           platform::kOpenExisting, ahead ? platform::kFlagOverlapped : 0);
     if (!handle.IsValid()) throw CExc(u"cannot open the image");
     if (read.DirectIo && !platform::UseDirectIo(handle.Get(), true)) throw CExc(u"no direct I/O for the image");
     indexer::CIndexBase base;

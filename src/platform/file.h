@@ -46,6 +46,11 @@ inline constexpr uint32_t kFlagWriteThrough = 0x80000000u, kFlagNoBuffering = 0x
                           kFlagRandomAccess = 0x10000000u, kFlagSequentialScan = 0x08000000u,
                           kFlagDeleteOnClose = 0x04000000u, kFlagBackupSemantics = 0x02000000u,
                           kFlagOpenReparsePoint = 0x00200000u;
+// FILE_FLAG_OVERLAPPED: the handle's reads may be in flight together
+// (platform/read_queue.h). Every read of such a handle on Windows must say
+// its offset and wait for itself: FileReadAt does, FileRead does not.
+// POSIX: ignored (reads at an offset need nothing).
+inline constexpr uint32_t kFlagOverlapped = 0x40000000u;
 // Seek origins.
 inline constexpr uint32_t kFileBegin = 0, kFileCurrent = 1, kFileEnd = 2;
 // FileMove flags.
@@ -89,6 +94,11 @@ CHandle FileOpen(std::u16string_view path, uint32_t access, uint32_t share, uint
                  uint32_t flagsAndAttributes);
 // ReadFile: at end of file succeeds with *done < size (0 at the end).
 bool FileRead(NativeHandle h, void* buffer, uint32_t size, uint32_t* done);
+// ReadFile at `offset` (an OVERLAPPED with an event, waited for), for a
+// handle opened with kFlagOverlapped or not; at end of file succeeds with
+// *done < size (0 at or past the end). Where the file pointer is left is
+// not said (Windows moves it past the bytes read, POSIX's pread does not).
+bool FileReadAt(NativeHandle h, uint64_t offset, void* buffer, uint32_t size, uint32_t* done);
 // WriteFile: a short write is a failure (112 disk full).
 bool FileWrite(NativeHandle h, const void* buffer, uint32_t size, uint32_t* done);
 // SetFilePointerEx; newPosition may be null.

@@ -44,7 +44,8 @@ bool UseDirectIo(NativeHandle h, bool imageFilesToo);
 uint32_t GetReadAlignment(NativeHandle h);
 
 // Whether reads of the handle bypass the system's cache: POSIX, an O_DIRECT
-// handle; Windows, a volume or device handle (not a file).
+// handle; Windows, a volume or device handle (not a file: no file size, or
+// the size 0 that Wine gives a block device).
 bool ReadsBypassCache(NativeHandle h);
 
 // Enables a privilege ("SeBackupPrivilege") on the process token.

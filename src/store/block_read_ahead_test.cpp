@@ -1,8 +1,8 @@
 // The read-ahead of a block cache: blocks served in plan order from requests
 // in flight, holes and jumps, failed and short requests left to the cache,
 // and reads through the cache equal to the file whatever the plan; the
-// alignment rule of unbuffered reads. Each case runs with io_uring and with
-// the synchronous queue.
+// alignment rule of unbuffered reads. Each case runs with the asynchronous
+// queue (io_uring, overlapped ReadFile) and with the synchronous one.
 #include <gtest/gtest.h>
 
 #include <cstring>
@@ -32,8 +32,9 @@ protected:
     void SetUp() override {
         m_Bytes = Pattern(kFileSize);
         WriteAll(m_Dir.Native("f.bin"), m_Bytes);
+        // Opened as a volume read ahead is: for overlapped I/O (Windows).
         m_File = platform::FileOpen(m_Dir.Path(u"f.bin"), platform::kGenericRead, platform::kShareRead,
-                                    platform::kOpenExisting, 0);
+                                    platform::kOpenExisting, platform::kFlagOverlapped);
         ASSERT_TRUE(m_File.IsValid());
     }
     CBlockReadAhead::TTuning Tuning(uint32_t depth, uint32_t blocksPerRequest) const {
@@ -120,7 +121,7 @@ TEST_P(BlockReadAhead, ReadsThroughTheCacheEqualTheFile) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Queues, BlockReadAhead, ::testing::Values(true, false),
-                         [](const auto& info) { return info.param ? "io_uring" : "synchronous"; });
+                         [](const auto& info) { return info.param ? "asynchronous" : "synchronous"; });
 
 TEST(CacheAlignment, UnalignedReadsFailBeforeTheSystemSeesThem) {
     CTempDir dir;

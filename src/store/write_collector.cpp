@@ -279,8 +279,10 @@ uint32_t CFileWriteCollectorReadCache::_ReadBlock(uint64_t position, uint8_t* bu
                 {kReadBlock, util::Hex16(position), util::Hex8(readSize),
                  util::Hex16(reinterpret_cast<uintptr_t>(buffer)), util::Hex8(a)}));
     }
+    // Read at the position just set, as a handle opened for overlapped I/O
+    // (a volume read ahead) needs: it keeps no position for its reads.
     uint32_t done = 0;
-    if (!platform::FileRead(m_ReadHandle, buffer, readSize, &done))
+    if (!platform::FileReadAt(m_ReadHandle, position, buffer, readSize, &done))
         throw CWin32Exc(u"Cannot read file in %1. Pos=0x%2 Length=0x%3.", kReadBlock,
                         util::Hex16(position), util::Hex8(size));
     m_BytesRead += done;

@@ -187,11 +187,16 @@ CHandle FileOpen(std::u16string_view path, uint32_t access, uint32_t /*share*/,
 
 // ---- Handle operations ------------------------------------------------------
 
-bool FileRead(NativeHandle h, void* buffer, uint32_t size, uint32_t* done) {
+namespace {
+
+// Reads until `size` bytes have come or the end of the file; `readSome(p,
+// n, at)` is one read of at most n bytes into p, `at` bytes from the start.
+template <typename TReadSome>
+bool ReadFully(TReadSome readSome, void* buffer, uint32_t size, uint32_t* done) {
     uint32_t total = 0;
     auto* p = static_cast<char*>(buffer);
     while (total < size) {
-        const ssize_t n = ::read(Fd(h), p + total, size - total);
+        const ssize_t n = readSome(p + total, size - total, total);
         if (n < 0) {
             if (errno == EINTR) continue;
             if (done) *done = total;
@@ -202,6 +207,17 @@ bool FileRead(NativeHandle h, void* buffer, uint32_t size, uint32_t* done) {
     }
     if (done) *done = total;
     return true;
+}
+
+}  // namespace
+
+bool FileRead(NativeHandle h, void* buffer, uint32_t size, uint32_t* done) {
+    return ReadFully([&](char* p, uint32_t n, uint32_t) { return ::read(Fd(h), p, n); }, buffer, size, done);
+}
+
+bool FileReadAt(NativeHandle h, uint64_t offset, void* buffer, uint32_t size, uint32_t* done) {
+    return ReadFully([&](char* p, uint32_t n, uint32_t at) { return ::pread(Fd(h), p, n, static_cast<off_t>(offset + at)); },
+                     buffer, size, done);
 }
 
 bool FileWrite(NativeHandle h, const void* buffer, uint32_t size, uint32_t* done) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "platform/errors.h"
+#include "platform/win32/waited_io.h"
 #include "platform/win32/win32_util.h"
 
 #include <winioctl.h>
@@ -57,6 +58,13 @@ bool FileRead(NativeHandle h, void* buffer, uint32_t size, uint32_t* done) {
     return ok != 0;
 }
 
+bool FileReadAt(NativeHandle h, uint64_t offset, void* buffer, uint32_t size, uint32_t* done) {
+    DWORD n = 0;
+    const bool ok = win32::ReadAtAndWait(ToHandle(h), offset, buffer, size, &n);
+    if (done) *done = n;
+    return ok;
+}
+
 bool FileWrite(NativeHandle h, const void* buffer, uint32_t size, uint32_t* done) {
     DWORD n = 0;
     BOOL ok = ::WriteFile(ToHandle(h), buffer, size, &n, nullptr);
@@ -84,8 +92,8 @@ bool FileGetSize(NativeHandle h, int64_t* size) {
     const DWORD sizeError = ::GetLastError();
     GET_LENGTH_INFORMATION length;
     DWORD returned = 0;
-    if (::DeviceIoControl(ToHandle(h), IOCTL_DISK_GET_LENGTH_INFO, nullptr, 0, &length,
-                          sizeof(length), &returned, nullptr)) {
+    if (win32::DeviceControlAndWait(ToHandle(h), IOCTL_DISK_GET_LENGTH_INFO, nullptr, 0, &length, sizeof(length),
+                                    &returned)) {
         *size = length.Length.QuadPart;
         return true;
     }

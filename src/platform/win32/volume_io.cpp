@@ -1,5 +1,7 @@
 // Raw volume access and process privileges: CreateFileW on a volume name,
 // DeviceIoControl(FSCTL_ALLOW_EXTENDED_DASD_IO) and AdjustTokenPrivileges.
+// The volume handle may be opened for overlapped I/O (read-ahead): its
+// device controls are waited for (platform/win32/waited_io.h).
 
 #include "platform/win32/win32_util.h"
 
@@ -9,6 +11,7 @@
 
 #include "platform/errors.h"
 #include "platform/volume_io.h"
+#include "platform/win32/waited_io.h"
 
 namespace platform {
 
@@ -22,8 +25,7 @@ CHandle OpenVolumeDevice(std::u16string_view name, uint32_t access, uint32_t sha
 
 bool AllowExtendedDasdIo(NativeHandle h) {
     DWORD returned = 0;
-    if (::DeviceIoControl(ToHandle(h), FSCTL_ALLOW_EXTENDED_DASD_IO, nullptr, 0, nullptr, 0,
-                          &returned, nullptr))
+    if (win32::DeviceControlAndWait(ToHandle(h), FSCTL_ALLOW_EXTENDED_DASD_IO, nullptr, 0, nullptr, 0, &returned))
         return true;
     const DWORD error = ::GetLastError();
     // Extended access lifts the limit of the file system's announced end.
@@ -50,17 +52,20 @@ uint32_t GetReadAlignment(NativeHandle h) {
     query.QueryType = PropertyStandardQuery;
     STORAGE_ACCESS_ALIGNMENT_DESCRIPTOR alignment = {};
     DWORD returned = 0;
-    if (!::DeviceIoControl(ToHandle(h), IOCTL_STORAGE_QUERY_PROPERTY, &query, sizeof(query), &alignment,
-                           sizeof(alignment), &returned, nullptr) ||
+    if (!win32::DeviceControlAndWait(ToHandle(h), IOCTL_STORAGE_QUERY_PROPERTY, &query, sizeof(query), &alignment,
+                                     sizeof(alignment), &returned) ||
         returned < offsetof(STORAGE_ACCESS_ALIGNMENT_DESCRIPTOR, BytesPerPhysicalSector))
         return 0;
     return alignment.BytesPerLogicalSector;
 }
 
 bool ReadsBypassCache(NativeHandle h) {
-    // A file has a size; a volume handle has none, and reads past the cache.
+    // A file that holds a volume has a size; a volume handle has none, and
+    // reads past the cache. Wine gives a block device (a dosdevices link)
+    // the size 0, which no image of a volume has.
     LARGE_INTEGER size;
-    return !(::GetFileType(ToHandle(h)) == FILE_TYPE_DISK && ::GetFileSizeEx(ToHandle(h), &size));
+    return !(::GetFileType(ToHandle(h)) == FILE_TYPE_DISK && ::GetFileSizeEx(ToHandle(h), &size) &&
+             size.QuadPart > 0);
 }
 
 bool EnableProcessPrivilege(std::u16string_view name) {
