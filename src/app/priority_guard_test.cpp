@@ -64,7 +64,8 @@ void RunCases(const std::vector<TCase>& cases) {
 }
 
 TEST(CGuardFixture, BackgroundAndItsFallBack) {
-    const uint32_t begin = kProcessModeBackgroundBegin, end = kProcessModeBackgroundEnd, below = kBelowNormalPriorityClass;
+    const uint32_t begin = kProcessModeBackgroundBegin, end = kProcessModeBackgroundEnd;
+    const uint32_t below = kBelowNormalPriorityClass;
     RunCases({
         {"", u"BACKGROUND", {}, kNormalPriorityClass, {begin, end}, u"Process priority restored.", LogInfo},
         {"", u"BACKGROUND", {{begin, kErrProcessModeAlreadyBackground}}, kNormalPriorityClass, {begin},

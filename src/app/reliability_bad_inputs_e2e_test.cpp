@@ -68,13 +68,15 @@ TEST(ReliabilityBadInputs, FilterFiles) {
 }
 
 TEST(ReliabilityBadInputs, SnapshotMapping) {
-    const std::string xml = "bin/NorvaGuestIndexer.SnapshotMapping.xml", cannotLoad = "Cannot load the specified XML file: [";
+    const std::string xml = "bin/NorvaGuestIndexer.SnapshotMapping.xml";
+    const std::string cannotLoad = "Cannot load the specified XML file: [";
     RunCases({
         {"empty", Put(xml, ""), 1, {cannotLoad}},
         {"truncated element", Put(xml, "<ShadowsList><Shadow>"), 1, {cannotLoad}},
         {"binary bytes", Put(xml, std::string("\x00\xFF\x01<", 4) + std::string(999, '\x80')), 1, {cannotLoad}},
         {"20 MB of blanks", Put(xml, std::string(20000000, ' ')), 1, {cannotLoad}},
-        {"other root", Put(xml, "<Shadows><Shadow/></Shadows>"), 1, {"There is no child nodes with name [ShadowsList]."}},
+        {"other root", Put(xml, "<Shadows><Shadow/></Shadows>"), 1,
+         {"There is no child nodes with name [ShadowsList]."}},
         {"entry without its names", Put(xml, "<ShadowsList><Shadow><a>x</a><b>y</b></Shadow></ShadowsList>"), 1,
          {"There is no child nodes with name [OriginalVolumeGuidName]."}},
         {"invalid VolumeId",

@@ -23,7 +23,9 @@ public:
         if (m_Mounted) Shell("umount '" + m_At.string() + "'");
     }
     bool Mounted() const { return m_Mounted; }
-    bool Remount(const std::string& options) { return Shell("mount -o remount," + options + " '" + m_At.string() + "'"); }
+    bool Remount(const std::string& options) {
+        return Shell("mount -o remount," + options + " '" + m_At.string() + "'");
+    }
 
 private:
     static bool Shell(const std::string& command) { return std::system((command + " 2>/dev/null").c_str()) == 0; }
@@ -43,7 +45,8 @@ std::vector<std::string> TempFiles(const fs::path& folder) {
 struct CTwoVolumes : CInstance {
     CTwoVolumes() {
         walktest::WriteFile(Root() / "c" / "small.txt", 5);
-        for (int i = 0; i < 4000; ++i) walktest::WriteFile(Root() / "d" / ("f" + std::to_string(i) + std::string(60, 'x')), 1);
+        for (int i = 0; i < 4000; ++i)
+            walktest::WriteFile(Root() / "d" / ("f" + std::to_string(i) + std::string(60, 'x')), 1);
         SetVolumes({{"C:", kGuidC, Root() / "c", {}}, {"D:", kGuidD, Root() / "d", {}}}, {});
         Filters({"C:\\"}, {});
     }

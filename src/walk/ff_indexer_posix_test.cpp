@@ -203,15 +203,16 @@ TEST_F(FfIndexerTest, AnEmptyVolumeIsThe208ByteFile) {
 
 TEST_F(FfIndexerTest, ARootThatCannotBeListedFailsNamingIt) {
     WriteFile(m_Tmp.Native() / "image.img", 4096);
-    for (const auto& path : {(m_Tmp.Native() / "no_such_folder").u16string(), (m_Tmp.Native() / "image.img").u16string()}) {
+    for (const auto& name : {"no_such_folder", "image.img"}) {
+        const std::u16string path = (m_Tmp.Native() / name).u16string();
         SCOPED_TRACE(U8(path));
         try {
             Walk(m_All, path);
             ADD_FAILURE() << "no exception";
         } catch (const CExc& e) {
             const auto& m = e.GetMessages();
-            EXPECT_NE(std::find(m.begin(), m.end(), u"Cannot list the root folder [" + path + u"] of the tree to index."),
-                      m.end());
+            const std::u16string expected = u"Cannot list the root folder [" + path + u"] of the tree to index.";
+            EXPECT_NE(std::find(m.begin(), m.end(), expected), m.end());
         }
     }
 }
