@@ -25,13 +25,9 @@ CTempRegistry::~CTempRegistry() {
 }
 
 void CTempRegistry::Set(std::string_view text) {
-    SetBytes("Windows Registry Editor Version 5.00\r\n\r\n" + std::string(text));
-}
-
-void CTempRegistry::SetBytes(std::string_view bytes) {
     // A new file each time, so that no cache can mistake it for the last one.
     const std::string name = "registry" + std::to_string(++m_Version) + ".reg";
-    m_Dir.WriteFile(name, bytes);
+    m_Dir.WriteFile(name, "Windows Registry Editor Version 5.00\r\n\r\n" + std::string(text));
     platform::SetEnvVar(kVariable, m_Dir.Path(std::u16string(name.begin(), name.end())));
 }
 

@@ -20,8 +20,6 @@ public:
     CTempRegistry& operator=(const CTempRegistry&) = delete;
 
     void Set(std::string_view text);
-    // The same with raw bytes (UTF-16 files, damaged files).
-    void SetBytes(std::string_view bytes);
 
 private:
     CTempDir m_Dir;

@@ -48,13 +48,6 @@ std::u16string CCommandLine::GetKeyValue(std::u16string_view name) {
     return value;
 }
 
-bool CCommandLine::IsFlagSet(std::u16string_view name) {
-    auto it = std::find(m_Flags.begin(), m_Flags.end(), name);
-    if (it == m_Flags.end()) return false;
-    m_Flags.erase(it);
-    return true;
-}
-
 std::u16string CCommandLine::GetNextArgument() {
     if (m_Arguments.empty()) throw CExc(u"Command line error: Additional argument expected.");
     return GetNextArgumentOrEmpty();

@@ -31,8 +31,6 @@ public:
     bool IsEmpty() const;
     // The option's value, removed; empty when absent.
     std::u16string GetKeyValue(std::u16string_view name);
-    // True (and removed) when the flag was given.
-    bool IsFlagSet(std::u16string_view name);
     // The first positional argument, removed. Throws "Command line error:
     // Additional argument expected." when none is left.
     std::u16string GetNextArgument();

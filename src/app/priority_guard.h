@@ -46,8 +46,6 @@ public:
 
     void Restore();
 
-    bool IsActive() const { return m_Active; }
-    uint32_t GetRestoreValue() const { return m_RestoreValue; }
 
 private:
     std::u16string _ReadName(std::u16string_view valueName, std::u16string_view defaultName);

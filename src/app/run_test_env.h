@@ -17,10 +17,15 @@
 #include "base/utf.h"
 #include "store/index_base_reader.h"
 #include "testing/temp_dir.h"
+#include "walk/walk_test_env.h"
 
 namespace runtest {
 
 namespace fs = std::filesystem;
+using Lines = std::set<std::string>;
+
+inline constexpr char kGuidC[] = "0000000c-0000-0000-0000-00000000000c";
+inline constexpr char kGuidD[] = "0000000d-0000-0000-0000-00000000000d";
 
 inline std::string ReadBytes(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
@@ -29,26 +34,15 @@ inline std::string ReadBytes(const fs::path& path) {
     return s.str();
 }
 
-// Every volume.*.ifd in `folder` read whole by the index reader (directory
-// and owner tables, every file and reparse row with its parent): a line for
-// each one refused, with the reader's message.
-inline std::string RefusedIndexes(const fs::path& folder) {
-    std::string refused;
-    std::error_code error;
-    for (const auto& e : fs::directory_iterator(folder, error)) {
-        const std::string name = e.path().filename().string();
-        if (name.rfind("volume.", 0) != 0 || e.path().extension() != ".ifd") continue;
-        try {
-            indexer::CIndexBaseReader reader;
-            reader.Open(util::Utf8ToUtf16(e.path().string()));
-            reader.PrepareIdIndexes();
-            reader.ForEachFile([](uint64_t, uint64_t, const rec::CFileRecord&) {});
-            reader.ForEachReparse([](uint64_t, const rec::CReparseRecord&) {});
-        } catch (const CExc& failure) {
-            refused += name + ": " + util::Utf16ToUtf8(failure.GetDescription()) + "\n";
-        }
-    }
-    return refused;
+inline void WriteBytes(const fs::path& path, const std::string& bytes) {
+    std::ofstream(path, std::ios::binary | std::ios::trunc) << bytes;
+}
+
+// UTF-8 text as UTF-16LE, after its mark unless `mark` is false.
+inline std::string Utf16(const std::string& text, bool mark = true) {
+    std::string bytes = mark ? "\xFF\xFE" : "";
+    for (char16_t c : util::Utf8ToUtf16(text)) bytes += {static_cast<char>(c & 0xFF), static_cast<char>(c >> 8)};
+    return bytes;
 }
 
 // UTF-16LE (after its mark) or UTF-8 text as UTF-8.
@@ -61,12 +55,40 @@ inline std::string TextOf(const fs::path& path) {
     return util::Utf16ToUtf8(text);
 }
 
+// Every volume.*.ifd in `folder` read whole by the index reader: a line for
+// each one refused, with the reader's message.
+inline std::string RefusedIndexes(const fs::path& folder) {
+    std::string refused;
+    std::error_code error;
+    for (const auto& e : fs::directory_iterator(folder, error)) {
+        const std::string name = e.path().filename().string();
+        if (name.rfind("volume.", 0) != 0 || e.path().extension() != ".ifd") continue;
+        try {
+            walktest::DecodeIndex(e.path().u16string());
+        } catch (const CExc& failure) {
+            refused += name + ": " + util::Utf16ToUtf8(failure.GetDescription()) + "\n";
+        }
+    }
+    return refused;
+}
+
+// The rows of an index file (walktest::DecodeIndex), or "no index".
+inline Lines Rows(const fs::path& file) {
+    if (!fs::exists(file)) return {"no index"};
+    return walktest::DecodeIndex(file.u16string());
+}
+
 // "\\?\Volume{<id>}\" of a test volume.
 inline std::string VolumeName(const std::string& id) { return "\\\\?\\Volume{" + id + "}\\"; }
 
+inline void Link(const std::string& target, const fs::path& at) {
+    fs::create_directories(at.parent_path());
+    ASSERT_EQ(::symlink(target.c_str(), at.c_str()), 0) << at;
+}
+
 struct TVolume {
     std::string mountPoint;  // "C:"
-    std::string guid;        // "0000000c-0000-0000-0000-00000000000c"
+    std::string guid;        // kGuidC
     fs::path folder;
     fs::path device;         // empty when none
 };
@@ -92,11 +114,24 @@ public:
     fs::path Bin() const { return m_Dir.Native() / "bin"; }
     fs::path Out() const { return m_Dir.Native() / "out"; }
     fs::path Logs() const { return m_Dir.Native() / "logs"; }
+    // The folder of volume C: that UseC() sets up.
+    fs::path C() const { return m_Dir.Native() / "c"; }
+
+    // The usual instance: volume C: over the folder C() (made), no shadow,
+    // the include lines given and no exclude.
+    void UseC(const std::vector<std::string>& include = {"C:\\"}) {
+        fs::create_directories(C());
+        SetVolumes({{"C:", kGuidC, C(), {}}}, {});
+        Filters(include, {});
+    }
 
     // Lines of the two filter files: UTF-16LE with its mark, CR LF.
     void Filters(const std::vector<std::string>& include, const std::vector<std::string>& exclude) {
-        WriteFilter("NorvaGuestIndexer.inc.filter", include);
-        WriteFilter("NorvaGuestIndexer.exc.filter", exclude);
+        std::string inc, exc;
+        for (const auto& line : include) inc += line + "\r\n";
+        for (const auto& line : exclude) exc += line + "\r\n";
+        WriteBytes(Bin() / "NorvaGuestIndexer.inc.filter", Utf16(inc));
+        WriteBytes(Bin() / "NorvaGuestIndexer.exc.filter", Utf16(exc));
     }
 
     // File system names the volume table sets, by mount point ("D:" "ReFS");
@@ -107,8 +142,7 @@ public:
         std::string text = "Windows Registry Editor Version 5.00\r\n\r\n";
         for (const auto& v : volumes) {
             text += "[HKEY_LOCAL_MACHINE\\SYSTEM\\VolumeTable\\Volumes\\" + v.mountPoint.substr(0, 1) + "]\r\n";
-            text += "\"MountPoints\"=\"" + v.mountPoint + "\"\r\n";
-            text += "\"VolumeName\"=\"{" + v.guid + "}\"\r\n";
+            text += "\"MountPoints\"=\"" + v.mountPoint + "\"\r\n\"VolumeName\"=\"{" + v.guid + "}\"\r\n";
             text += "\"Folder\"=\"" + v.folder.string() + "\"\r\n";
             if (!v.device.empty()) text += "\"Device\"=\"" + v.device.string() + "\"\r\n";
             if (const auto fs = FileSystems.find(v.mountPoint); fs != FileSystems.end())
@@ -123,18 +157,16 @@ public:
             if (!s.folder.empty()) text += "\"Folder\"=\"" + s.folder.string() + "\"\r\n";
             text += "\r\n";
         }
-        std::ofstream(Root() / "registry.reg", std::ios::binary) << text;
+        WriteBytes(Root() / "registry.reg", text);
     }
 
     // Entries: volume GUID name and shadow name.
     void Mapping(const std::vector<std::pair<std::string, std::string>>& entries) {
         std::string xml = "<?xml version=\"1.0\"?>\n<ShadowsList>\n";
         for (const auto& [volume, shadow] : entries)
-            xml += "  <Shadow>\n    <OriginalVolumeGuidName>" + volume +
-                   "</OriginalVolumeGuidName>\n    <ShadowMountPointName>" + shadow +
-                   "</ShadowMountPointName>\n  </Shadow>\n";
-        xml += "</ShadowsList>\n";
-        std::ofstream(Bin() / "NorvaGuestIndexer.SnapshotMapping.xml", std::ios::binary) << xml;
+            xml += "  <Shadow><OriginalVolumeGuidName>" + volume + "</OriginalVolumeGuidName><ShadowMountPointName>" +
+                   shadow + "</ShadowMountPointName></Shadow>\n";
+        WriteBytes(Bin() / "NorvaGuestIndexer.SnapshotMapping.xml", xml + "</ShadowsList>\n");
     }
 
     // The run mode the command line gives: "-opt yes" (the optimized run) or
@@ -144,19 +176,18 @@ public:
     std::string Launcher;
 
     // Runs "<Mode> [extra] -log <logs> <out>" (Out() unless `out` is given);
-    // the exit code.
+    // the exit code. Success must leave only indexes the reader takes whole.
     int Run(const std::string& extra = {}, const fs::path& out = {}) {
-        const std::string command =
-            "NGI_REGISTRY_FILE=\"" + (Root() / "registry.reg").string() + "\" NGI_LOCK_DIR=\"" +
-            (Root() / "locks").string() + "\" " + Launcher + " \"" + (Bin() / "NorvaGuestIndexer").string() +
-            "\" " + Mode + " " + extra + " -log \"" + Logs().string() + "\" \"" + (out.empty() ? Out() : out).string() + "\" >\"" +
-            (Root() / "stdout").string() + "\" 2>\"" + (Root() / "stderr").string() + "\"";
+        const fs::path to = out.empty() ? Out() : out;
+        const std::string command = "NGI_REGISTRY_FILE=\"" + (Root() / "registry.reg").string() + "\" NGI_LOCK_DIR=\"" +
+                                    (Root() / "locks").string() + "\" " + Launcher + " \"" +
+                                    (Bin() / "NorvaGuestIndexer").string() + "\" " + Mode + " " + extra + " -log \"" +
+                                    Logs().string() + "\" \"" + to.string() + "\" >\"" + (Root() / "stdout").string() +
+                                    "\" 2>\"" + (Root() / "stderr").string() + "\"";
         const int status = std::system(command.c_str());
         const int code = WIFEXITED(status) ? WEXITSTATUS(status) : -1;
-        // A rule of every run: success leaves only indexes that the
-        // project's own reader takes whole.
         if (code == 0) {
-            const std::string refused = RefusedIndexes(out.empty() ? Out() : out);
+            const std::string refused = RefusedIndexes(to);
             if (!refused.empty()) ADD_FAILURE() << "exit 0 left indexes the reader refuses:\n" << refused;
         }
         return code;
@@ -173,16 +204,6 @@ public:
     }
 
 private:
-    void WriteFilter(const std::string& name, const std::vector<std::string>& lines) {
-        std::string bytes = "\xFF\xFE";
-        for (const auto& line : lines)
-            for (char16_t c : util::Utf8ToUtf16(line + "\r\n")) {
-                bytes += static_cast<char>(c & 0xFF);
-                bytes += static_cast<char>(c >> 8);
-            }
-        std::ofstream(Bin() / name, std::ios::binary) << bytes;
-    }
-
     ngitest::CTempDir m_Dir;
 };
 

@@ -56,7 +56,6 @@ public:
         : m_Limit(limit), m_Message(std::move(message)) {}
     void Enter();
     void Leave() { --m_Depth; }
-    uint64_t GetDepth() const { return m_Depth; }
 
 private:
     uint64_t m_Limit;

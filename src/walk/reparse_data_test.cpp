@@ -46,22 +46,20 @@ TEST(DecodeReparseData, DamagedDataFailsWithoutReadingOutside) {
         const char* what;
         std::vector<uint8_t> bytes;
     };
-    std::vector<TCase> cases;
-    cases.push_back({"shorter than the header", {0x0C, 0, 0, 0xA0, 0}});
-    cases.push_back({"shorter than the link's fields", std::vector<uint8_t>(good.begin(), good.begin() + 18)});
-    auto cut = good;
-    cut.pop_back();
-    cases.push_back({"name cut short", cut});
-    auto far = good;
-    far[8] = 0xFE;
-    far[9] = 0xFF;
-    cases.push_back({"offset past the end", far});
-    auto longName = good;
-    longName[10] = 0xFF;
-    longName[11] = 0xFF;
-    cases.push_back({"length past the end", longName});
-    auto odd = Data(indexer::kReparseTagSymlink, u"ab", 1);
-    cases.push_back({"odd offset", odd});
+    auto with = [&good](size_t at, uint8_t low, uint8_t high) {
+        auto b = good;
+        b[at] = low;
+        b[at + 1] = high;
+        return b;
+    };
+    const std::vector<TCase> cases = {
+        {"shorter than the header", {0x0C, 0, 0, 0xA0, 0}},
+        {"shorter than the link's fields", std::vector<uint8_t>(good.begin(), good.begin() + 18)},
+        {"name cut short", std::vector<uint8_t>(good.begin(), good.end() - 1)},
+        {"offset past the end", with(8, 0xFE, 0xFF)},
+        {"length past the end", with(10, 0xFF, 0xFF)},
+        {"odd offset", Data(indexer::kReparseTagSymlink, u"ab", 1)},
+    };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.what);
         // A copy of exactly the bytes, so that ASan sees any read beyond.

@@ -62,9 +62,6 @@ public:
     bool Parse(const char16_t*& substitute, size_t& length, uint32_t& tag);
     bool Parse(std::u16string& substitute, uint32_t& tag);
 
-    // The buffer size now (tests watch it grow).
-    size_t GetBufferSize() const { return m_Buffer.Count(); }
-
 private:
     std::u16string m_Path;
     platform::CHandle m_Handle;
