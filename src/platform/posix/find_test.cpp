@@ -5,13 +5,17 @@
 
 #include <map>
 
+#include "base/utf.h"
 #include "platform/errors.h"
-#include "platform/posix/test_dir.h"
+#include "testing/temp_dir.h"
 
 namespace platform {
 namespace {
 
-using posix::testing::CTestDir;
+using CTestDir = ngitest::CTempDir;
+
+// A path below the test folder in this system's spelling.
+std::string In(const CTestDir& dir, const std::string& rest) { return (dir.Native() / rest).string(); }
 
 TEST(Wildcard, WindowsRules) {
     const struct {
@@ -75,8 +79,8 @@ std::vector<std::u16string> List(std::u16string_view pattern, uint32_t* error = 
 
 TEST(Find, ListsSortedWithDotsFirst) {
     CTestDir dir;
-    for (const char* name : {"b.TXT", "a.txt", "C.dat", "noext", ".hidden", "a*b"}) dir.WriteFile(name);
-    dir.MakeDir("sub");
+    for (const char* name : {"b.TXT", "a.txt", "C.dat", "noext", ".hidden", "a*b"}) dir.WriteFile(name, "");
+    std::filesystem::create_directory(dir.Native() / "sub");
     using V = std::vector<std::u16string>;
     EXPECT_EQ(List(dir.Path(u"*")),
               (V{u".", u"..", u".hidden", u"a.txt", u"a\uF02Ab", u"b.TXT", u"C.dat", u"noext", u"sub"}));
@@ -91,7 +95,7 @@ TEST(Find, ListsSortedWithDotsFirst) {
 
 TEST(Find, Errors) {
     CTestDir dir;
-    dir.WriteFile("f");
+    dir.WriteFile("f", "");
     const struct {
         std::u16string pattern;
         uint32_t error;
@@ -112,9 +116,9 @@ TEST(Find, Errors) {
 TEST(Find, DescribesEntriesWithoutFollowingLinks) {
     CTestDir dir;
     dir.WriteFile("file", "12345");
-    dir.MakeDir("d");
-    ASSERT_EQ(::symlink("d", dir.NativePath("ld").c_str()), 0);
-    ASSERT_EQ(::symlink("file", dir.NativePath("lf").c_str()), 0);
+    std::filesystem::create_directory(dir.Native() / "d");
+    ASSERT_EQ(::symlink("d", In(dir, "ld").c_str()), 0);
+    ASSERT_EQ(::symlink("file", In(dir, "lf").c_str()), 0);
     std::map<std::u16string, TFindData> seen;
     TFindData data;
     CFindHandle find = FindFirst(dir.Path(u"*"), data);
