@@ -164,34 +164,6 @@ TEST(FileOpen, DeleteOnCloseRemovesTheNameAtClose) {
     EXPECT_FALSE(Exists(In(dir, "t")));
 }
 
-// ---- Handle operations ------------------------------------------------------
-
-TEST(FileHandle, ReadWriteSeekSizeEnd) {
-    CTestDir dir;
-    CHandle h = FileOpen(dir.Path(u"f"), kGenericRead | kGenericWrite, 0, kCreateNew, 0);
-    ASSERT_TRUE(h.IsValid());
-    uint32_t done = 0;
-    ASSERT_TRUE(FileWrite(h.Get(), "0123456789", 10, &done));
-    EXPECT_EQ(done, 10u);
-    int64_t pos = -1, size = -1;
-    ASSERT_TRUE(FileSeek(h.Get(), -4, &pos, kFileEnd));
-    EXPECT_EQ(pos, 6);
-    char buf[16] = {};
-    ASSERT_TRUE(FileRead(h.Get(), buf, sizeof buf, &done));
-    EXPECT_EQ(done, 4u);  // a short read at the end succeeds
-    EXPECT_STREQ(buf, "6789");
-    ASSERT_TRUE(FileRead(h.Get(), buf, sizeof buf, &done));
-    EXPECT_EQ(done, 0u);
-    ASSERT_TRUE(FileSeek(h.Get(), 3, nullptr, kFileBegin));
-    ASSERT_TRUE(FileSetEnd(h.Get()));
-    ASSERT_TRUE(FileGetSize(h.Get(), &size));
-    EXPECT_EQ(size, 3);
-    EXPECT_TRUE(FileFlush(h.Get()));
-    EXPECT_FALSE(FileSeek(h.Get(), -1, nullptr, kFileBegin));
-    EXPECT_EQ(GetLastError(), kErrInvalidParameter);
-    EXPECT_FALSE(FileSeek(h.Get(), 0, nullptr, 7));
-}
-
 TEST(FileHandle, TimesAreFileTimeWithSubSecondTicks) {
     CTestDir dir;
     dir.WriteFile("f", "x");

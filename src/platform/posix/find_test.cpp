@@ -17,51 +17,6 @@ using CTestDir = ngitest::CTempDir;
 // A path below the test folder in this system's spelling.
 std::string In(const CTestDir& dir, const std::string& rest) { return (dir.Native() / rest).string(); }
 
-TEST(Wildcard, WindowsRules) {
-    const struct {
-        const char16_t* mask;
-        const char16_t* name;
-        bool match;
-    } cases[] = {
-        {u"*", u"anything.at.all", true},
-        {u"*", u".", true},
-        {u"*.*", u"noext", true},
-        {u"*.*", u".hidden", true},
-        {u"*.*", u"a.b.c", true},
-        {u"*.txt", u"a.txt", true},
-        {u"*.txt", u"A.TXT", true},
-        {u"*.txt", u"a.b.txt", true},
-        {u"*.txt", u"a.txt.bak", false},
-        {u"*.txt", u"atxt", false},
-        {u"*.", u"noext", true},
-        {u"*.", u"a.b", false},
-        {u"a*", u"abc", true},
-        {u"a*c", u"abbbc", true},
-        {u"a*c", u"abcd", false},
-        {u"ifd????.tmp", u"ifd1A2B.tmp", true},
-        {u"ifd????.tmp", u"ifdF.tmp", true},       // '?' matches nothing before the dot
-        {u"ifd????.tmp", u"ifd.tmp", true},
-        {u"ifd????.tmp", u"ifd12345.tmp", false},
-        {u"ifd????.tmp", u"ifd1A2B.tmpx", false},
-        {u"a?c", u"abc", true},
-        {u"a?c", u"ac", false},                    // not in the middle of a name
-        {u"ab?", u"ab", true},                     // at the end
-        {u"ab??", u"abc", true},
-        {u"a.?", u"a", true},                      // a dot before '?' may match the end
-        {u"a.*", u"a", true},
-        {u"a.*", u"ab", false},
-        {u"exact", u"EXACT", true},
-        {u"exact", u"exactly", false},
-        {u"\u00E9*", u"\u00C9t\u00E9", true},      // case folding beyond ASCII
-        {u"\u0436", u"\u0416", true},
-        {u"", u"x", false},
-        {u"*a*a*a*a*a*b", u"aaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaaa", false},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(MatchesWildcard(c.mask, c.name), c.match)
-            << util::Utf16ToUtf8(c.mask) << " vs " << util::Utf16ToUtf8(c.name);
-}
-
 std::vector<std::u16string> List(std::u16string_view pattern, uint32_t* error = nullptr) {
     std::vector<std::u16string> names;
     TFindData data;

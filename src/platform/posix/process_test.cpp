@@ -28,25 +28,6 @@ TEST(Process, ModulePathAndArguments) {
     EXPECT_EQ(args[2], u"/tmp/\xDCFF\xDCFE-bytes");
 }
 
-TEST(Process, Environment) {
-    std::u16string value;
-    ASSERT_TRUE(platform::SetEnvVar(u"NGI_TEST_VARIABLE", u"\u00e9t\u00e9"));
-    ASSERT_TRUE(platform::GetEnvVar(u"NGI_TEST_VARIABLE", value));
-    EXPECT_EQ(value, u"\u00e9t\u00e9");
-    bool listed = false;
-    for (const auto& s : platform::GetEnvironmentStrings())
-        listed = listed || s == u"NGI_TEST_VARIABLE=\u00e9t\u00e9";
-    EXPECT_TRUE(listed);
-    ASSERT_TRUE(platform::SetEnvVar(u"NGI_TEST_VARIABLE", u""));
-    EXPECT_TRUE(platform::GetEnvVar(u"NGI_TEST_VARIABLE", value));
-    EXPECT_EQ(value, u"");
-    ASSERT_TRUE(platform::UnsetEnvVar(u"NGI_TEST_VARIABLE"));
-    EXPECT_FALSE(platform::GetEnvVar(u"NGI_TEST_VARIABLE", value));
-    EXPECT_EQ(platform::GetLastError(), platform::kErrEnvVarNotFound);
-    EXPECT_FALSE(platform::SetEnvVar(u"A=B", u"x"));
-    EXPECT_EQ(platform::GetLastError(), platform::kErrInvalidParameter);
-}
-
 TEST(Process, NamedMutexSecondHolderGets183UntilTheFirstCloses) {
     ngitest::CTempDir dir;
     ASSERT_TRUE(platform::SetEnvVar(u"NGI_LOCK_DIR", dir.Path()));

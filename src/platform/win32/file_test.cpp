@@ -41,32 +41,6 @@ protected:
     std::u16string m_Dir;
 };
 
-TEST_F(Win32FileTest, WriteSeekReadSizeAndTruncate) {
-    WriteFile(u"a.bin", "0123456789");
-    CHandle h = FileOpen(Path(u"a.bin"), kGenericRead | kGenericWrite, kShareRead, kOpenExisting, 0);
-    ASSERT_TRUE(h.IsValid());
-    int64_t size = 0, pos = 0;
-    ASSERT_TRUE(FileGetSize(h.Get(), &size));
-    EXPECT_EQ(size, 10);
-    ASSERT_TRUE(FileSeek(h.Get(), -4, &pos, kFileEnd));
-    EXPECT_EQ(pos, 6);
-    char buf[8] = {};
-    uint32_t done = 0;
-    ASSERT_TRUE(FileRead(h.Get(), buf, sizeof(buf), &done));
-    EXPECT_EQ(std::string(buf, done), "6789");
-    ASSERT_TRUE(FileRead(h.Get(), buf, sizeof(buf), &done));  // end of file: success, 0 bytes
-    EXPECT_EQ(done, 0u);
-    ASSERT_TRUE(FileSeek(h.Get(), 3, nullptr, kFileBegin));
-    ASSERT_TRUE(FileSetEnd(h.Get()));
-    ASSERT_TRUE(FileGetSize(h.Get(), &size));
-    EXPECT_EQ(size, 3);
-    uint64_t written = 0;
-    ASSERT_TRUE(FileGetTimes(h.Get(), nullptr, nullptr, &written));
-    EXPECT_GT(written, 116444736000000000ull);  // after 1970
-    EXPECT_TRUE(h.Close());
-    EXPECT_FALSE(h.IsValid());
-}
-
 TEST_F(Win32FileTest, ErrorNumbersOfFailedCalls) {
     WriteFile(u"f", "x");
     ASSERT_TRUE(DirCreate(Path(u"d")));
