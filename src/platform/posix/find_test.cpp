@@ -48,26 +48,6 @@ TEST(Find, ListsSortedWithDotsFirst) {
     EXPECT_EQ(List(dir.Path() + u"/SUB"), (V{u"sub"}));
 }
 
-TEST(Find, Errors) {
-    CTestDir dir;
-    dir.WriteFile("f", "");
-    const struct {
-        std::u16string pattern;
-        uint32_t error;
-    } cases[] = {
-        {dir.Path(u"*.none"), kErrFileNotFound},
-        {dir.Path(u"missing\\*"), kErrPathNotFound},
-        {dir.Path(u"f\\*"), kErrPathNotFound},
-        {dir.Path(u"missing\\deeper\\*"), kErrPathNotFound},
-        {dir.Path() + u"\\", kErrFileNotFound},
-    };
-    for (const auto& c : cases) {
-        uint32_t error = 0;
-        EXPECT_TRUE(List(c.pattern, &error).empty());
-        EXPECT_EQ(error, c.error) << util::Utf16ToUtf8(c.pattern);
-    }
-}
-
 TEST(Find, DescribesEntriesWithoutFollowingLinks) {
     CTestDir dir;
     dir.WriteFile("file", "12345");

@@ -106,17 +106,6 @@ TEST_F(Win32FileTest, FindListsDotsFilesAndFolders) {
     EXPECT_FALSE(FindNext(h, data));
 }
 
-TEST_F(Win32FileTest, FindFailures) {
-    TFindData data;
-    EXPECT_FALSE(FindFirst(Path(u"*.none"), data).IsValid());
-    EXPECT_EQ(GetLastError(), kErrFileNotFound);
-    EXPECT_FALSE(FindFirst(Path(u"none\\*"), data).IsValid());
-    EXPECT_EQ(GetLastError(), kErrPathNotFound);
-    CFindHandle closed;
-    EXPECT_FALSE(FindNext(closed, data));
-    EXPECT_EQ(GetLastError(), kErrInvalidHandle);
-}
-
 TEST(Win32Errors, SystemTextsAndLastError) {
     // The wording is the system's (Wine's differs from Windows'); the line
     // end is kept.
