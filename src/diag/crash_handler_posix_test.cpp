@@ -14,7 +14,6 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <array>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -25,6 +24,7 @@
 #include "diag/crash_test_util.h"
 #include "diag/dump_recorder_image.h"
 #include "diag/log.h"
+#include "testing/run_program.h"
 #include "testing/temp_dir.h"
 
 namespace {
@@ -104,17 +104,6 @@ std::vector<std::string> Names(const fs::path& folder) {
     return names;
 }
 
-std::string RunCommand(const std::string& command) {
-    std::string out;
-    FILE* p = popen(command.c_str(), "r");
-    if (!p) return out;
-    std::array<char, 4096> buf;
-    size_t n;
-    while ((n = fread(buf.data(), 1, buf.size(), p)) > 0) out.append(buf.data(), n);
-    pclose(p);
-    return out;
-}
-
 class CrashHandlerTest : public ::testing::Test {
 protected:
     void SetUp() override {
@@ -167,8 +156,8 @@ protected:
     // gdb's backtrace of the core must name the crashing function.
     std::string ExpectGdbShowsCrash(const std::string& core, const std::string& command = "bt") {
         const std::string exe = fs::read_symlink("/proc/self/exe");
-        const std::string bt = RunCommand("gdb -nx -batch -ex '" + command + "' '" + exe + "' '" +
-                                          (dir.Native() / core).string() + "' 2>&1");
+        const std::string bt = ngitest::RunProgram("gdb -nx -batch -ex '" + command + "' '" + exe + "' '" +
+                                                   (dir.Native() / core).string() + "' 2>&1").out;
         EXPECT_THAT(bt, HasSubstr("CrashHereOnPurpose")) << bt;
         EXPECT_THAT(bt, HasSubstr("SIGSEGV")) << bt;
         return bt;
@@ -177,7 +166,7 @@ protected:
     // Process dumps need ptrace (a sandbox may forbid it), and reading them gdb.
     void SkipWithoutDumpSupport() {
         if (!platform::ProcessDumpsSupported()) GTEST_SKIP() << "process tracing is switched off";
-        if (RunCommand("command -v gdb").empty()) GTEST_SKIP() << "gdb is not installed";
+        if (ngitest::RunProgram("command -v gdb").out.empty()) GTEST_SKIP() << "gdb is not installed";
         std::fflush(nullptr);
         pid_t child = fork();
         if (child == 0) {

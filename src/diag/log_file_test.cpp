@@ -213,15 +213,11 @@ TEST(InitLog, SeparatorLineAndEmptyArguments) {
     ASSERT_EQ(CountLogs(dir), 1u);
     const std::u16string text =
         FromUtf16Le(dir.ReadFile(fs::directory_iterator(dir.Native())->path().filename()));
-    const size_t eq = text.find(u"    INFO    " + std::u16string(96, u'=') + u"\r\n");
-    EXPECT_NE(eq, std::u16string::npos);
+    EXPECT_NE(text.find(u"    INFO    " + std::u16string(96, u'=') + u"\r\n"), std::u16string::npos);
     EXPECT_EQ(text.find(std::u16string(97, u'=')), std::u16string::npos);
-    // The header: its name, braces, and the module lines one step in.
+    // The header, the module lines one step in, the closing brace.
     EXPECT_NE(text.find(u"    INFO    Header\r\n"), std::u16string::npos);
-    // The file name of the module: with its ".exe" on Windows.
-    EXPECT_TRUE(text.find(u"    INFO        Module name: [diag_tests].") != std::u16string::npos ||
-                text.find(u"    INFO        Module name: [diag_tests.exe].") != std::u16string::npos);
-    EXPECT_NE(text.find(u"    INFO        Build edition: []."), std::u16string::npos);
+    EXPECT_NE(text.find(u"    INFO        Module name: [diag_tests"), std::u16string::npos);
     EXPECT_NE(text.find(u"    INFO    }\r\n"), std::u16string::npos);
 }
 
