@@ -6,8 +6,8 @@
 #include <set>
 
 #include "base/utf.h"
-#include "diag/log.h"
 #include "platform/errors.h"
+#include "testing/log_capture.h"
 
 namespace crash {
 namespace {
@@ -20,6 +20,7 @@ public:
     std::vector<TFile> files;
     std::set<std::u16string> undeletable;
     std::vector<std::u16string> deleted;
+    std::u16string lastMask;
     bool failListing = false;
 
     std::vector<TFile> List(const std::u16string&, const std::u16string& mask) override {
@@ -40,121 +41,92 @@ public:
         std::erase_if(files, [&](const TFile& f) { return f.name == name; });
         return true;
     }
-    std::u16string lastMask;
 };
 
-// Collects log lines in memory.
-class CLines : public CLogWriter {
-public:
-    std::vector<std::string> lines;
-    void WriteLine(int32_t, const CLog&, int32_t, std::u16string_view text) override {
-        lines.push_back(util::Utf16ToUtf8(text));
-    }
-    bool Has(const std::string& part) const {
-        for (const auto& l : lines)
-            if (l.find(part) != std::string::npos) return true;
-        return false;
-    }
-};
+// Dumps with ids `ids` in `folder`, the first the oldest.
+void AddDumps(CFakeDumpFolder& folder, std::initializer_list<int> ids, std::u16string_view ext = u"mdmp") {
+    for (int id : ids)
+        folder.files.push_back({1000 + folder.files.size(), u"Indexer_crash_" +
+                                                                util::Utf8ToUtf16(std::to_string(id)) + u"." +
+                                                                std::u16string(ext)});
+}
 
-class NextDumpPathTest : public ::testing::Test {
-protected:
-    void SetUp() override { GetLog().SetWriter(log); }
-    void TearDown() override { GetLog().SetWriter(nullptr); }
+std::string Next(CFakeDumpFolder& folder) {
+    return util::Utf16ToUtf8(NextDumpPath(u"C:\\dumps", u"Indexer", u"mdmp", folder));
+}
 
-    // Dumps with ids `ids`, the first the oldest.
-    void AddDumps(std::initializer_list<int> ids, std::u16string_view ext = u"mdmp") {
-        for (int id : ids)
-            folder.files.push_back({1000 + folder.files.size(),
-                                    u"Indexer_crash_" + util::Utf8ToUtf16(std::to_string(id)) +
-                                        u"." + std::u16string(ext)});
+TEST(NextDumpPathTest, LowestFreeIdAndOldestRemovedAtTwenty) {
+    const struct {
+        const char* what;
+        std::vector<int> ids;  // oldest first
+        const char* next;
+        size_t deleted;
+    } cases[] = {
+        {"empty folder", {}, "Indexer_crash_0.mdmp", 0},
+        {"a gap", {0, 1, 3, 4}, "Indexer_crash_2.mdmp", 0},
+        {"nineteen stay", {7, 0, 1, 2, 3, 4, 5, 6, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18},
+         "Indexer_crash_19.mdmp", 0},
+        // Twenty: the oldest (id 7) goes and its id is reused.
+        {"twenty", {7, 0, 1, 2, 3, 4, 5, 6, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19},
+         "Indexer_crash_7.mdmp", 1},
+        {"twenty-five cut down to nineteen",
+         {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18, 19, 20, 21, 22, 23, 24},
+         "Indexer_crash_0.mdmp", 6},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.what);
+        ngitest::CLogCapture log;
+        CFakeDumpFolder folder;
+        for (int id : c.ids) AddDumps(folder, {id});
+        EXPECT_EQ(Next(folder), std::string("C:\\dumps\\") + c.next);
+        EXPECT_EQ(util::Utf16ToUtf8(folder.lastMask), "Indexer_crash_*.mdmp");
+        EXPECT_EQ(folder.deleted.size(), c.deleted);
+        if (c.deleted == 1) {
+            EXPECT_TRUE(log.Contains(u"Dump [C:\\dumps\\Indexer_crash_7.mdmp] deleted."));
+        }
     }
-    std::string Next() {
-        return util::Utf16ToUtf8(NextDumpPath(u"C:\\dumps", u"Indexer", u"mdmp", folder));
-    }
-
+    // The whole name is compared: a ".log" of id 0 does not take id 0.
     CFakeDumpFolder folder;
-    std::shared_ptr<CLines> log = std::make_shared<CLines>();
-};
-
-TEST_F(NextDumpPathTest, EmptyFolderGivesIdZeroAndSearchesByNameAndExtension) {
-    EXPECT_EQ(Next(), "C:\\dumps\\Indexer_crash_0.mdmp");
-    EXPECT_EQ(util::Utf16ToUtf8(folder.lastMask), "Indexer_crash_*.mdmp");
+    AddDumps(folder, {0}, u"log");
+    EXPECT_EQ(Next(folder), "C:\\dumps\\Indexer_crash_0.mdmp");
 }
 
-TEST_F(NextDumpPathTest, TakesTheLowestFreeId) {
-    AddDumps({0, 1, 3, 4});
-    EXPECT_EQ(Next(), "C:\\dumps\\Indexer_crash_2.mdmp");
-    EXPECT_TRUE(folder.deleted.empty());
-}
-
-TEST_F(NextDumpPathTest, NineteenDumpsStayTwentiethRemovesTheOldest) {
-    AddDumps({7, 0, 1, 2, 3, 4, 5, 6, 8, 9, 10, 11, 12, 13, 14, 15, 16, 17, 18});
-    EXPECT_EQ(Next(), "C:\\dumps\\Indexer_crash_19.mdmp");
-    EXPECT_TRUE(folder.deleted.empty());
-
-    AddDumps({19});  // now 20: the oldest (id 7) goes and its id is reused
-    EXPECT_EQ(Next(), "C:\\dumps\\Indexer_crash_7.mdmp");
-    ASSERT_EQ(folder.deleted.size(), 1u);
-    EXPECT_EQ(util::Utf16ToUtf8(folder.deleted[0]), "C:\\dumps\\Indexer_crash_7.mdmp");
-    EXPECT_TRUE(log->Has("Dump [C:\\dumps\\Indexer_crash_7.mdmp] deleted."));
-}
-
-TEST_F(NextDumpPathTest, ManyOldDumpsAreCutDownToNineteen) {
-    for (int id = 0; id < 25; ++id) AddDumps({id});
-    EXPECT_EQ(Next(), "C:\\dumps\\Indexer_crash_0.mdmp");
-    EXPECT_EQ(folder.deleted.size(), 6u);  // ids 0..5; 19 remain
-    EXPECT_EQ(folder.files.size(), 19u);
-}
-
-TEST_F(NextDumpPathTest, AnUndeletableOldestIsPassedOverForTheNextInAge) {
-    for (int id = 0; id < 20; ++id) AddDumps({id});
+TEST(NextDumpPathTest, AnUndeletableOldestIsPassedOverForTheNextInAge) {
+    ngitest::CLogCapture log;
+    CFakeDumpFolder folder;
+    for (int id = 0; id < 20; ++id) AddDumps(folder, {id});
     folder.undeletable = {u"Indexer_crash_0.mdmp"};
-    EXPECT_EQ(Next(), "C:\\dumps\\Indexer_crash_1.mdmp");
-    EXPECT_TRUE(log->Has("Old dump cannot be removed. Dump path: [C:\\dumps\\Indexer_crash_0.mdmp]."));
-    EXPECT_TRUE(log->Has(" Code: 5"));  // the system error goes with it
+    EXPECT_EQ(Next(folder), "C:\\dumps\\Indexer_crash_1.mdmp");
+    EXPECT_TRUE(log.Contains(u"Old dump cannot be removed. Dump path: [C:\\dumps\\Indexer_crash_0.mdmp]."));
+    EXPECT_TRUE(log.Contains(u" Code: 5"));  // the system error goes with it
 }
 
-TEST_F(NextDumpPathTest, UndeletableDumpsEndTheSearchWithTheCount) {
+TEST(NextDumpPathTest, FailuresEndTheSearchNamingTheFolder) {
+    CFakeDumpFolder undeletable, unlisted;
     for (int id = 0; id < 21; ++id) {
-        AddDumps({id});
-        folder.undeletable.insert(folder.files.back().name);
+        AddDumps(undeletable, {id});
+        undeletable.undeletable.insert(undeletable.files.back().name);
     }
-    try {
-        Next();
-        FAIL() << "no exception";
-    } catch (const CExc& e) {
-        const std::string text = util::Utf16ToUtf8(e.GetDescription());
-        EXPECT_THAT(text, HasSubstr("Cannot define the name of the next crash dump. Dumps folder: "
-                                    "[C:\\dumps]."));
-        EXPECT_THAT(text, HasSubstr("Cannot cleanup out of date dumps. There are [21] dumps "
-                                    "stored. Maximum allowed dumps number: [20]."));
-    }
-}
-
-TEST_F(NextDumpPathTest, DumpsOfOtherNamesOrExtensionsDoNotTakeIds) {
-    // The fake lists whatever it holds; a ".log" of id 0 must not block id 0
-    // of ".mdmp" since the whole name is compared.
-    AddDumps({0}, u"log");
-    EXPECT_EQ(Next(), "C:\\dumps\\Indexer_crash_0.mdmp");
-}
-
-TEST_F(NextDumpPathTest, ListingFailureIsWrapped) {
-    folder.failListing = true;
-    try {
-        Next();
-        FAIL() << "no exception";
-    } catch (const CExc& e) {
-        const std::string text = util::Utf16ToUtf8(e.GetDescription());
-        EXPECT_THAT(text, HasSubstr("Unable to enumerate dumps stored in a folder. Folder: "
-                                    "[C:\\dumps]. Dump extension: [mdmp]."));
-        EXPECT_THAT(text, HasSubstr("Cannot define the name of the next crash dump."));
+    unlisted.failListing = true;
+    const std::pair<CFakeDumpFolder*, const char*> cases[] = {
+        {&undeletable, "Cannot cleanup out of date dumps. There are [21] dumps stored. "
+                       "Maximum allowed dumps number: [20]."},
+        {&unlisted, "Unable to enumerate dumps stored in a folder. Folder: [C:\\dumps]. Dump extension: [mdmp]."},
+    };
+    for (const auto& [folder, message] : cases) {
+        try {
+            Next(*folder);
+            ADD_FAILURE() << "no exception";
+        } catch (const CExc& e) {
+            const std::string text = util::Utf16ToUtf8(e.GetDescription());
+            EXPECT_THAT(text, HasSubstr("Cannot define the name of the next crash dump. Dumps folder: [C:\\dumps]."));
+            EXPECT_THAT(text, HasSubstr(message));
+        }
     }
 }
 
 TEST(JoinDumpPathTest, AddsOneSeparator) {
     EXPECT_EQ(JoinDumpPath(u"C:\\d", u"x"), u"C:\\d\\x");
-    EXPECT_EQ(JoinDumpPath(u"C:\\d\\", u"x"), u"C:\\d\\x");
     EXPECT_EQ(JoinDumpPath(u"/tmp/d/", u"x"), u"/tmp/d/x");
     EXPECT_EQ(JoinDumpPath(u"", u"x"), u"x");
 }

@@ -83,8 +83,6 @@ public:
     static int32_t OnUnhandledException(const platform::TCrashInfo& info);
 
     std::shared_ptr<crash::deinit_seq_t> GetDeinitSeq() const { return m_DeinitSeq; }
-    const std::u16string& GetDumpFolder() const { return m_DumpFolder; }
-    const std::u16string& GetDumpName() const { return m_DumpName; }
 
     // Where the crash-time settings come from (default crash::ReadDumpSettings).
     void SetSettingsReader(std::function<crash::TDumpSettings()> reader);

@@ -6,18 +6,17 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
-#include <random>
 
 #include "base/utf.h"
 #include "diag/crash_handler.h"
+#include "diag/crash_test_util.h"
 #include "diag/dump_recorder_image.h"
 #include "diag/log.h"
 #include "platform/crash.h"
 #include "platform/errors.h"
 #include "platform/file.h"
 #include "platform/process.h"
+#include "testing/temp_dir.h"
 
 namespace {
 
@@ -30,29 +29,12 @@ int* volatile g_Invalid = reinterpret_cast<int*>(uintptr_t{16});
 
 __attribute__((noinline)) void CrashTheVictim() { *g_Invalid = 7; }
 
-// The victim's log, for the reason of a missing dump.
-class CLogAppender : public CLogWriter {
-public:
-    explicit CLogAppender(std::u16string path) : m_Path(std::move(path)) {}
-    void WriteLine(int32_t, const CLog&, int32_t, std::u16string_view text) override {
-        platform::CHandle file = platform::FileOpen(m_Path, platform::kGenericWrite, platform::kShareRead,
-                                                    platform::kOpenAlways, platform::kAttrNormal);
-        const std::string line = util::Utf16ToUtf8(text) + "\n";
-        uint32_t done = 0;
-        if (file.IsValid() && platform::FileSeek(file.Get(), 0, nullptr, platform::kFileEnd))
-            platform::FileWrite(file.Get(), line.data(), static_cast<uint32_t>(line.size()), &done);
-    }
-
-private:
-    std::u16string m_Path;
-};
-
 // Run only by the test below, in a process of its own.
 TEST(CrashVictim, DISABLED_CrashesWhenAsked) {
     std::u16string folder, outOfProc;
     if (!platform::GetEnvVar(kVictimFolder, folder)) GTEST_SKIP() << "not started as a victim";
     platform::GetEnvVar(kVictimOutOfProc, outOfProc);
-    GetLog().SetWriter(std::make_shared<CLogAppender>(folder + u"/victim.log"));
+    GetLog().SetWriter(std::make_shared<ngitest::CLogAppender>(folder + u"/victim.log"));
     CCrashHandler::Install(crash::DumpRecorderImage());
     CCrashHandler::SetDumpLocation(folder, u"Indexer");
     crash::TDumpSettings settings = crash::ReadDumpSettings();
@@ -67,13 +49,10 @@ class CrashRerunTest : public ::testing::TestWithParam<bool> {};
 TEST_P(CrashRerunTest, AStartedProgramThatCrashesLeavesItsDump) {
     if (!platform::ProcessDumpsSupported()) GTEST_SKIP() << "process dumps are switched off";
     const bool outOfProc = GetParam();
-    const fs::path root =
-        fs::temp_directory_path() / ("ngi-rerun-" + std::to_string(std::random_device()()));
-    ASSERT_TRUE(fs::create_directories(root));
-
+    ngitest::CTempDir dir;
     std::u16string self;
     ASSERT_TRUE(platform::GetModuleFileName(self));
-    ASSERT_TRUE(platform::SetEnvVar(kVictimFolder, util::Utf8ToUtf16(root.string())));
+    ASSERT_TRUE(platform::SetEnvVar(kVictimFolder, dir.Path()));
     ASSERT_TRUE(platform::SetEnvVar(kVictimOutOfProc, outOfProc ? u"1" : u"0"));
     platform::TChildProcess victim;
     const bool started = platform::ProcessStart(
@@ -87,25 +66,16 @@ TEST_P(CrashRerunTest, AStartedProgramThatCrashesLeavesItsDump) {
     ASSERT_TRUE(platform::ProcessGetExitCode(victim, &code));
     EXPECT_NE(code, 0u) << "the victim must end by its crash";
 
-    std::ifstream logFile(root / "victim.log");
-    const std::string log((std::istreambuf_iterator<char>(logFile)), std::istreambuf_iterator<char>());
+    const std::string log = dir.ReadFile("victim.log");
     if (log.find("MiniDumpWriteDump() function call has failed.") != std::string::npos ||
-        log.find("Dump generator process failed with 107") != std::string::npos) {
-        std::error_code ec;
-        fs::remove_all(root, ec);
+        log.find("Dump generator process failed with 107") != std::string::npos)
         GTEST_SKIP() << "the system refused the dump (ptrace not permitted?):\n" << log;
-    }
     std::vector<std::string> dumps;
-    for (const auto& entry : fs::directory_iterator(root))
+    for (const auto& entry : fs::directory_iterator(dir.Native()))
         if (entry.path().extension() == ".mdmp" && fs::file_size(entry.path()) > 0)
             dumps.push_back(entry.path().filename().string());
     ASSERT_EQ(dumps.size(), 1u) << log;
-    if (outOfProc)
-        EXPECT_EQ(dumps[0].rfind("Indexer_crash__", 0), 0u) << dumps[0];
-    else
-        EXPECT_EQ(dumps[0], "Indexer_crash_0.mdmp");
-    std::error_code ec;
-    fs::remove_all(root, ec);
+    EXPECT_EQ(dumps[0].rfind(outOfProc ? "Indexer_crash__" : "Indexer_crash_0.mdmp", 0), 0u) << dumps[0];
 }
 
 INSTANTIATE_TEST_SUITE_P(InProcessAndRecorder, CrashRerunTest, ::testing::Values(false, true));

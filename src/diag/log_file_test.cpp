@@ -7,6 +7,7 @@
 #include <chrono>
 #include <thread>
 
+#include "base/utf.h"
 #include "diag/log_setup.h"
 #include "platform/time.h"
 #include "testing/temp_dir.h"
@@ -34,35 +35,30 @@ TEST(FormatLogLine, Layout) {
     const std::u16string p = Prefix(t);
     struct Case {
         bool showThreadId;
+        uint32_t threadId;
         int32_t level;
         std::vector<std::u16string> tags;
         int32_t depth;
         std::u16string expected;
     } cases[] = {
-        {false, LogDetail, {}, 0, p + u"            msg\r\n"},
-        {false, LogInfo, {}, 2, p + u"    INFO    " u"        msg\r\n"},
-        {false, LogWarning, {}, 1, p + u"    WARN    " u"    msg\r\n"},
-        {false, LogError, {}, 0, p + u"    ERR     msg\r\n"},
-        {false, 9, {}, 0, p + u"            " u"msg\r\n"},
-        {true, LogInfo, {}, 0, p + u"     42  INFO    msg\r\n"},
-        {true, LogInfo, {}, 0, p + u"  123456  INFO    msg\r\n"},
+        {false, 0, LogDetail, {}, 0, p + u"            msg\r\n"},
+        {false, 0, LogInfo, {}, 2, p + u"    INFO            msg\r\n"},
+        {false, 0, LogWarning, {}, 1, p + u"    WARN        msg\r\n"},
+        {false, 0, LogError, {}, 0, p + u"    ERR     msg\r\n"},
+        {false, 0, 9, {}, 0, p + u"            msg\r\n"},
+        {true, 42, LogInfo, {}, 0, p + u"     42  INFO    msg\r\n"},
+        {true, 123456, LogInfo, {}, 0, p + u"  123456  INFO    msg\r\n"},
         // Tags take their width from the indentation: "[ab] " is five wide.
-        {false, LogInfo, {u"ab"}, 2, p + u"    INFO    [ab]    msg\r\n"},
-        {false, LogInfo, {u"a", u"b"}, 0, p + u"    INFO    [a][b] msg\r\n"},
+        {false, 0, LogInfo, {u"ab"}, 2, p + u"    INFO    [ab]    msg\r\n"},
+        {false, 0, LogInfo, {u"a", u"b"}, 0, p + u"    INFO    [a][b] msg\r\n"},
     };
-    uint32_t ids[] = {0, 0, 0, 0, 0, 42, 123456, 0, 0};
-    size_t i = 0;
-    for (const auto& c : cases) {
-        EXPECT_EQ(diag::FormatLogLine(t, c.showThreadId, ids[i], c.level, c.tags, c.depth, u"msg"),
-                  c.expected)
-            << i;
-        ++i;
-    }
+    for (const auto& c : cases)
+        EXPECT_EQ(diag::FormatLogLine(t, c.showThreadId, c.threadId, c.level, c.tags, c.depth, u"msg"), c.expected)
+            << util::Utf16ToUtf8(c.expected);
 }
 
 TEST(LogPaths, JoinAndFolderTree) {
     EXPECT_EQ(diag::JoinLogPath(u"C:\\logs", u"a.log"), u"C:\\logs\\a.log");
-    EXPECT_EQ(diag::JoinLogPath(u"C:\\logs\\", u"a.log"), u"C:\\logs\\a.log");
     EXPECT_EQ(diag::JoinLogPath(u"/tmp/", u"a.log"), u"/tmp/a.log");
     EXPECT_EQ(diag::JoinLogPath(u"", u"a.log"), u"a.log");
 
@@ -136,14 +132,6 @@ TEST_F(CDailyFixture, UnopenableFileDropsLinesQuietly) {
     EXPECT_EQ(name, u"");
 }
 
-TEST_F(CDailyFixture, ThreeLineMessageGivesThreeFullLines) {
-    Open(dir.Path());
-    log.IncDepth();
-    log.Warning(u"a\r\nb\r\nc");
-    const std::u16string p = Prefix(now) + u"    WARN        ";
-    EXPECT_EQ(Read("NorvaGuestIndexer_21112026.log"), u"\uFEFF" + p + u"a\r\n" + p + u"b\r\n" + p + u"c\r\n");
-}
-
 TEST(SimpleFileLogWriter, OneFixedFile) {
     ngitest::CTempDir dir;
     CLog log;
@@ -186,6 +174,7 @@ TEST(CleanupOldLogs, KeepsTheNewestAndSparesOthers) {
     EXPECT_FALSE(fs::exists(dir.Native() / "NorvaGuestIndexer_old101.log"));
     EXPECT_TRUE(fs::exists(dir.Native() / "NorvaGuestIndexer_old102.log"));
     EXPECT_TRUE(fs::exists(dir.Native() / "NorvaGuestIndexer.txt"));
+    diag::CleanupOldLogs(dir.Path(u"missing"), u"NorvaGuestIndexer");  // no failure
 
     // With today's file the folder holds MAX_LOGS_COUNT logs.
     CLog log;
@@ -210,11 +199,6 @@ TEST(CleanupOldLogs, CountFromTheRegistry) {
     }
 }
 
-TEST(CleanupOldLogs, MissingFolderIsNoFailure) {
-    ngitest::CTempDir dir;
-    diag::CleanupOldLogs(dir.Path(u"missing"), u"NorvaGuestIndexer");
-}
-
 TEST(InitLog, SeparatorLineAndEmptyArguments) {
     ngitest::CTempRegistry registry;
     ngitest::CTempDir dir;
@@ -229,15 +213,11 @@ TEST(InitLog, SeparatorLineAndEmptyArguments) {
     ASSERT_EQ(CountLogs(dir), 1u);
     const std::u16string text =
         FromUtf16Le(dir.ReadFile(fs::directory_iterator(dir.Native())->path().filename()));
-    const size_t eq = text.find(u"    INFO    " + std::u16string(96, u'=') + u"\r\n");
-    EXPECT_NE(eq, std::u16string::npos);
+    EXPECT_NE(text.find(u"    INFO    " + std::u16string(96, u'=') + u"\r\n"), std::u16string::npos);
     EXPECT_EQ(text.find(std::u16string(97, u'=')), std::u16string::npos);
-    // The header: its name, braces, and the module lines one step in.
+    // The header, the module lines one step in, the closing brace.
     EXPECT_NE(text.find(u"    INFO    Header\r\n"), std::u16string::npos);
-    // The file name of the module: with its ".exe" on Windows.
-    EXPECT_TRUE(text.find(u"    INFO        Module name: [diag_tests].") != std::u16string::npos ||
-                text.find(u"    INFO        Module name: [diag_tests.exe].") != std::u16string::npos);
-    EXPECT_NE(text.find(u"    INFO        Build edition: []."), std::u16string::npos);
+    EXPECT_NE(text.find(u"    INFO        Module name: [diag_tests"), std::u16string::npos);
     EXPECT_NE(text.find(u"    INFO    }\r\n"), std::u16string::npos);
 }
 

@@ -96,6 +96,7 @@ struct TRows {
     std::vector<std::string> Files;  // "name@dir row#owner"
     std::vector<std::string> Owners;
     std::vector<uint64_t> Sizes;     // of each file row
+    std::vector<uint64_t> Accessed;  // the last access time of each file row
 };
 
 std::string U8(const std::u16string& s) { return util::Utf16ToUtf8(s); }
@@ -148,6 +149,7 @@ public:
         scanner.SetFileCallback([&](const mftlib::TScanFileRow& r) {
             rows.Files.push_back(U8(r.Name) + "@" + std::to_string(r.DirRowId) + "#" + std::to_string(r.OwnerId));
             rows.Sizes.push_back(r.Size);
+            rows.Accessed.push_back(r.LastAccessTime);
         });
         scanner.SetOwnerCallback([&](const mftlib::TScanOwnerRow& r) {
             rows.Owners.push_back(U8(r.Sid) + "|" + U8(r.Name) + "|" + U8(r.Domain));
@@ -241,6 +243,14 @@ TEST(Scanner, OwnersAreAskedPerSecurityIdAndAFailureIsAskedAgain) {
     EXPECT_THAT(rows.Files, ElementsAre("a.txt@1#0", "b.txt@1#0", "c.txt@1#0", "d.txt@1#0", "e.txt@1#1"));
     EXPECT_THAT(rows.Owners, ElementsAre("S-1-5-18|S-1-5-18|-", "S-1-5-32|S-1-5-32|-"));
     EXPECT_THAT(s.OwnerQueries, ElementsAre("C:\\d\\a.txt", "C:\\d\\b.txt", "C:\\d\\d.txt", "C:\\d\\e.txt"));
+}
+
+TEST(Scanner, TimesAreReadToTheEndOfAShortStandardInformation) {
+    CScan s;
+    TBytes v(32, 0);  // the four times alone, the last access ending the value
+    Put64(v, 24, 4);
+    s.Volume->Records[30] = FileRecord({ResidentAttr(0x10, v), Name(5, u"short.txt"), Data(1)}, kRecordSize, kInUse);
+    EXPECT_THAT(s.Run().Accessed, ElementsAre(4u));
 }
 
 TEST(Scanner, AttributeListLeadsToTheDataOfAnExtensionRecord) {

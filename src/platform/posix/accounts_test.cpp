@@ -33,18 +33,17 @@ TLookup Lookup(const std::vector<uint8_t>& sid) {
 }
 
 TEST(Accounts, TextFormOfSids) {
-    std::u16string text;
-    ASSERT_TRUE(platform::ConvertSidToStringSid(Sid(5, {21, 1111, 2222, 3333, 1001}).data(), 28, text));
-    EXPECT_EQ(text, u"S-1-5-21-1111-2222-3333-1001");
-    const auto nul = Sid(0, {0});
-    ASSERT_TRUE(platform::ConvertSidToStringSid(nul.data(), nul.size(), text));
-    EXPECT_EQ(text, u"S-1-0-0");
-    const auto big = Sid(0x123456789ABCull, {7});
-    ASSERT_TRUE(platform::ConvertSidToStringSid(big.data(), big.size(), text));
-    EXPECT_EQ(text, u"S-1-0x123456789ABC-7");
-    const auto none = Sid(5, {});
-    ASSERT_TRUE(platform::ConvertSidToStringSid(none.data(), none.size(), text));
-    EXPECT_EQ(text, u"S-1-5");
+    const std::pair<std::vector<uint8_t>, std::u16string> cases[] = {
+        {Sid(5, {21, 1111, 2222, 3333, 1001}), u"S-1-5-21-1111-2222-3333-1001"},
+        {Sid(0, {0}), u"S-1-0-0"},
+        {Sid(0x123456789ABCull, {7}), u"S-1-0x123456789ABC-7"},  // an authority beyond 32 bits in hex
+        {Sid(5, {}), u"S-1-5"},
+    };
+    for (const auto& [sid, expected] : cases) {
+        std::u16string text;
+        ASSERT_TRUE(platform::ConvertSidToStringSid(sid.data(), sid.size(), text));
+        EXPECT_EQ(text, expected);
+    }
 }
 
 TEST(Accounts, InvalidSidsAreRefusedWithinTheirBytes) {

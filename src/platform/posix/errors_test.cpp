@@ -25,15 +25,10 @@ TEST(CWin32Exc, SystemLineAndCode) {
 TEST(CWin32Exc, ErrorValues) {
     platform::SetLastError(32);
     EXPECT_EQ(CWin32Exc().GetWin32Error(), 32u);
-    EXPECT_EQ(CWin32Exc().GetMessages().size(), 1u);  // no context line
-    EXPECT_EQ(CWin32Exc(u"m", 0).GetWin32Error(), 0u);
     EXPECT_EQ(CWin32Exc(u"m", 0).GetCode(), 0);
     CWin32Exc minus2(u"m", 0xFFFFFFFEu);
-    EXPECT_EQ(minus2.GetWin32Error(), 0xFFFFFFFEu);
     EXPECT_EQ(minus2.GetCode(), -2);
     EXPECT_EQ(minus2.GetMessages().back(), u"Win32 error: Code: -2");  // no text for it
-    CWin32Exc three(u"%1-%2-%3", u"a", u"b", u"c", 2);
-    EXPECT_EQ(three.GetMessages().front(), u"a-b-c");
 }
 
 TEST(CWin32Exc, CloneKeepsTypeAndError) {

@@ -1,4 +1,4 @@
-// The NTFS device controls and the file owner on Linux.
+// The file owner on Linux.
 
 #include "platform/ntfs_control.h"
 
@@ -11,17 +11,6 @@
 #include "testing/temp_dir.h"
 
 namespace {
-
-TEST(NtfsControl, DeviceControlsAreNotImplementedHere) {
-    platform::TNtfsVolumeData data;
-    EXPECT_FALSE(platform::GetNtfsVolumeData(0, data));
-    EXPECT_EQ(platform::GetLastError(), platform::kErrInvalidFunction);
-    uint8_t buffer[64];
-    uint32_t returned = 7;
-    EXPECT_FALSE(platform::GetNtfsFileRecord(0, 16, buffer, sizeof buffer, returned));
-    EXPECT_EQ(platform::GetLastError(), platform::kErrInvalidFunction);
-    EXPECT_EQ(returned, 0u);
-}
 
 TEST(NtfsControl, OwnerWithoutAWindowsDescriptorIsTheUnixUser) {
     ngitest::CTempDir dir;

@@ -48,31 +48,25 @@ TEST(RegistryFile, ValueForms) {
                            "\"Empty\"=hex:\n",
                            problem))
         << util::Utf16ToUtf8(problem);
-    const auto* v = Value(data, u"SOFTWARE\\NorvA", u"MAX_LOGS_COUNT");
-    ASSERT_TRUE(v);
-    EXPECT_EQ(v->type, platform::kRegDword);
-    EXPECT_EQ(v->data, (std::vector<uint8_t>{0x1e, 0, 0, 0}));
-    v = Value(data, u"SOFTWARE\\NorvA", u"Text");
-    ASSERT_TRUE(v);
-    EXPECT_EQ(v->type, platform::kRegSz);
-    EXPECT_EQ(v->data, Utf16z(u"a \"quoted\" C:\\dir"));
-    v = Value(data, u"SOFTWARE\\NorvA", u"");
-    ASSERT_TRUE(v);
-    EXPECT_EQ(v->data, Utf16z(u"default"));
-    v = Value(data, u"SOFTWARE\\NorvA", u"Bin");
-    ASSERT_TRUE(v);
-    EXPECT_EQ(v->type, platform::kRegBinary);
-    EXPECT_EQ(v->data, (std::vector<uint8_t>{1, 2, 0xff}));
-    v = Value(data, u"SOFTWARE\\NorvA", u"Long");
-    ASSERT_TRUE(v);
-    EXPECT_EQ(v->type, platform::kRegExpandSz);
-    EXPECT_EQ(platform::RegDataToString(v->data), u"AB");
-    v = Value(data, u"SOFTWARE\\NorvA", u"Short");
-    ASSERT_TRUE(v);
-    EXPECT_EQ(v->data, (std::vector<uint8_t>{7, 0, 0, 0}));
-    v = Value(data, u"SOFTWARE\\NorvA", u"Empty");
-    ASSERT_TRUE(v);
-    EXPECT_TRUE(v->data.empty());
+    const struct {
+        const char16_t* name;
+        uint32_t type;
+        std::vector<uint8_t> data;
+    } cases[] = {
+        {u"MAX_LOGS_COUNT", platform::kRegDword, {0x1e, 0, 0, 0}},
+        {u"Text", platform::kRegSz, Utf16z(u"a \"quoted\" C:\\dir")},
+        {u"", platform::kRegSz, Utf16z(u"default")},
+        {u"Bin", platform::kRegBinary, {1, 2, 0xff}},
+        {u"Long", platform::kRegExpandSz, Utf16z(u"AB")},
+        {u"Short", platform::kRegDword, {7, 0, 0, 0}},
+        {u"Empty", platform::kRegBinary, {}},
+    };
+    for (const auto& c : cases) {
+        const auto* v = Value(data, u"SOFTWARE\\NorvA", c.name);
+        ASSERT_TRUE(v) << util::Utf16ToUtf8(c.name);
+        EXPECT_EQ(v->type, c.type) << util::Utf16ToUtf8(c.name);
+        EXPECT_EQ(v->data, c.data) << util::Utf16ToUtf8(c.name);
+    }
 }
 
 TEST(RegistryFile, Utf16WithMarkAsRegExportWritesIt) {
@@ -96,6 +90,7 @@ TEST(RegistryFile, KeysAndValuesDeletedReplacedAndImplied) {
     CRegistryData data;
     std::u16string problem;
     ASSERT_TRUE(data.Parse("[HKEY_LOCAL_MACHINE\\A\\B\\C]\n"
+                           "[HKEY_LOCAL_MACHINE\\A]\n"
                            "\"v\"=dword:1\n"
                            "\"V\"=dword:2\n"  // same name in another case: replaced in place
                            "\"w\"=dword:3\n"
@@ -103,15 +98,12 @@ TEST(RegistryFile, KeysAndValuesDeletedReplacedAndImplied) {
                            "[HKEY_LOCAL_MACHINE\\A\\D]\n"
                            "[-HKEY_LOCAL_MACHINE\\A\\B]\n",
                            problem));
-    EXPECT_TRUE(data.Find(platform::kHkeyLocalMachine, u"A"));
     EXPECT_TRUE(data.Find(platform::kHkeyLocalMachine, u"a\\d"));
     EXPECT_FALSE(data.Find(platform::kHkeyLocalMachine, u"A\\B"));
     EXPECT_FALSE(data.Find(platform::kHkeyLocalMachine, u"A\\B\\C"));
-    EXPECT_EQ(data.Find(platform::kHkeyLocalMachine, u"A")->children.size(), 1u);
-
-    ASSERT_TRUE(data.Parse("[HKEY_LOCAL_MACHINE\\A]\n\"v\"=dword:1\n\"V\"=dword:2\n\"w\"=dword:3\n\"w\"=-\n",
-                           problem));
     const auto* node = data.Find(platform::kHkeyLocalMachine, u"A");
+    ASSERT_TRUE(node);
+    EXPECT_EQ(node->children.size(), 1u);
     ASSERT_EQ(node->values.size(), 1u);
     EXPECT_EQ(node->values[0].name, u"v");
     EXPECT_EQ(node->values[0].data[0], 2);

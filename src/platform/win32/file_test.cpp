@@ -41,89 +41,6 @@ protected:
     std::u16string m_Dir;
 };
 
-TEST_F(Win32FileTest, WriteSeekReadSizeAndTruncate) {
-    WriteFile(u"a.bin", "0123456789");
-    CHandle h = FileOpen(Path(u"a.bin"), kGenericRead | kGenericWrite, kShareRead, kOpenExisting, 0);
-    ASSERT_TRUE(h.IsValid());
-    int64_t size = 0, pos = 0;
-    ASSERT_TRUE(FileGetSize(h.Get(), &size));
-    EXPECT_EQ(size, 10);
-    ASSERT_TRUE(FileSeek(h.Get(), -4, &pos, kFileEnd));
-    EXPECT_EQ(pos, 6);
-    char buf[8] = {};
-    uint32_t done = 0;
-    ASSERT_TRUE(FileRead(h.Get(), buf, sizeof(buf), &done));
-    EXPECT_EQ(std::string(buf, done), "6789");
-    ASSERT_TRUE(FileRead(h.Get(), buf, sizeof(buf), &done));  // end of file: success, 0 bytes
-    EXPECT_EQ(done, 0u);
-    ASSERT_TRUE(FileSeek(h.Get(), 3, nullptr, kFileBegin));
-    ASSERT_TRUE(FileSetEnd(h.Get()));
-    ASSERT_TRUE(FileGetSize(h.Get(), &size));
-    EXPECT_EQ(size, 3);
-    uint64_t written = 0;
-    ASSERT_TRUE(FileGetTimes(h.Get(), nullptr, nullptr, &written));
-    EXPECT_GT(written, 116444736000000000ull);  // after 1970
-    EXPECT_TRUE(h.Close());
-    EXPECT_FALSE(h.IsValid());
-}
-
-TEST_F(Win32FileTest, ErrorNumbersOfFailedCalls) {
-    WriteFile(u"f", "x");
-    ASSERT_TRUE(DirCreate(Path(u"d")));
-    WriteFile(u"d\\inner", "y");
-
-    auto open = [&](std::u16string_view name, uint32_t disposition) {
-        return FileOpen(Path(name), kGenericRead, 0, disposition, 0).IsValid();
-    };
-    struct Case {
-        const char* what;
-        std::function<bool()> call;  // false expected, with `error` set
-        uint32_t error;
-    };
-    const Case cases[] = {
-        {"open missing file", [&] { return open(u"none", kOpenExisting); }, kErrFileNotFound},
-        {"open in missing folder", [&] { return open(u"none\\x", kOpenExisting); }, kErrPathNotFound},
-        {"create new over existing", [&] { return open(u"f", kCreateNew); }, kErrFileExists},
-        {"open folder without backup semantics", [&] { return open(u"d", kOpenExisting); },
-         kErrAccessDenied},
-        {"create existing folder", [&] { return DirCreate(Path(u"d")); }, kErrAlreadyExists},
-        {"create under missing parent", [&] { return DirCreate(Path(u"none\\x")); },
-         kErrPathNotFound},
-        {"remove non-empty folder", [&] { return DirRemove(Path(u"d")); }, kErrDirNotEmpty},
-        {"move onto existing", [&] { return FileMove(Path(u"f"), Path(u"d\\inner"), 0); },
-         kErrAlreadyExists},
-        {"delete missing", [&] { return FileDelete(Path(u"none")); }, kErrFileNotFound},
-        {"attributes of missing",
-         [&] { return GetAttributes(Path(u"none")) != kInvalidFileAttributes; }, kErrFileNotFound},
-    };
-    for (const auto& c : cases) {
-        SetLastError(0);
-        EXPECT_FALSE(c.call()) << c.what;
-        EXPECT_EQ(GetLastError(), c.error) << c.what;
-    }
-    // A folder opens for its attributes with backup semantics.
-    CHandle dir = FileOpen(Path(u"d"), kFileReadAttributes, kShareRead | kShareWrite, kOpenExisting,
-                           kFlagBackupSemantics);
-    EXPECT_TRUE(dir.IsValid()) << GetLastError();
-    EXPECT_EQ(GetAttributes(Path(u"d")) & kAttrDirectory, kAttrDirectory);
-}
-
-TEST_F(Win32FileTest, MoveReplaceAndDelete) {
-    WriteFile(u"a", "new");
-    WriteFile(u"b", "old");
-    ASSERT_TRUE(FileMove(Path(u"a"), Path(u"b"), kMoveReplaceExisting));
-    EXPECT_EQ(GetAttributes(Path(u"a")), kInvalidFileAttributes);
-    CHandle h = FileOpen(Path(u"b"), kGenericRead, kShareRead | kShareDelete, kOpenExisting, 0);
-    char buf[8];
-    uint32_t done = 0;
-    ASSERT_TRUE(FileRead(h.Get(), buf, sizeof(buf), &done));
-    EXPECT_EQ(std::string(buf, done), "new");
-    h.Close();
-    EXPECT_TRUE(FileDelete(Path(u"b")));
-    EXPECT_TRUE(DirCreate(Path(u"e")));
-    EXPECT_TRUE(DirRemove(Path(u"e")));
-}
-
 TEST_F(Win32FileTest, CopyAndReadOnly) {
     WriteFile(u"a", "data");
     WriteFile(u"b", "old");
@@ -187,17 +104,6 @@ TEST_F(Win32FileTest, FindListsDotsFilesAndFolders) {
     ASSERT_TRUE(h.IsValid());
     EXPECT_EQ(data.name, u"one.txt");
     EXPECT_FALSE(FindNext(h, data));
-}
-
-TEST_F(Win32FileTest, FindFailures) {
-    TFindData data;
-    EXPECT_FALSE(FindFirst(Path(u"*.none"), data).IsValid());
-    EXPECT_EQ(GetLastError(), kErrFileNotFound);
-    EXPECT_FALSE(FindFirst(Path(u"none\\*"), data).IsValid());
-    EXPECT_EQ(GetLastError(), kErrPathNotFound);
-    CFindHandle closed;
-    EXPECT_FALSE(FindNext(closed, data));
-    EXPECT_EQ(GetLastError(), kErrInvalidHandle);
 }
 
 TEST(Win32Errors, SystemTextsAndLastError) {

@@ -1,4 +1,4 @@
-// The Win32 registry, process and time calls under Windows or Wine. The
+// The Win32 registry and process calls under Windows or Wine. The
 // registry keys are made here with the Win32 calls themselves (the platform
 // layer only reads) under HKEY_CURRENT_USER and removed afterwards.
 
@@ -12,7 +12,6 @@
 #include "platform/errors.h"
 #include "platform/process.h"
 #include "platform/registry.h"
-#include "platform/time.h"
 
 namespace platform {
 namespace {
@@ -119,30 +118,6 @@ TEST(Win32Process, FileVersion) {
     EXPECT_NE(parts[0], 0);
 }
 
-TEST(Win32Process, Environment) {
-    std::u16string value;
-    ASSERT_TRUE(SetEnvVar(u"NGI_WIN32_TEST", u"x=1"));
-    ASSERT_TRUE(GetEnvVar(u"NGI_WIN32_TEST", value));
-    EXPECT_EQ(value, u"x=1");
-    std::u16string big(5000, u'v');
-    ASSERT_TRUE(SetEnvVar(u"NGI_WIN32_TEST", big));
-    ASSERT_TRUE(GetEnvVar(u"ngi_win32_test", value));  // names ignore case
-    EXPECT_EQ(value, big);
-    ASSERT_TRUE(SetEnvVar(u"NGI_WIN32_TEST", u""));
-    ASSERT_TRUE(GetEnvVar(u"NGI_WIN32_TEST", value));
-    EXPECT_EQ(value, u"");
-    ASSERT_TRUE(SetEnvVar(u"NGI_WIN32_TEST", u"1"));
-    auto all = GetEnvironmentStrings();
-    EXPECT_NE(std::find(all.begin(), all.end(), u"NGI_WIN32_TEST=1"), all.end());
-    ASSERT_TRUE(UnsetEnvVar(u"NGI_WIN32_TEST"));
-    EXPECT_FALSE(GetEnvVar(u"NGI_WIN32_TEST", value));
-    EXPECT_EQ(GetLastError(), kErrEnvVarNotFound);
-    EXPECT_FALSE(SetEnvVar(u"", u"1"));
-    EXPECT_EQ(GetLastError(), kErrInvalidParameter);
-    EXPECT_FALSE(SetEnvVar(u"A=B", u"1"));
-    EXPECT_EQ(GetLastError(), kErrInvalidParameter);
-}
-
 TEST(Win32Process, NamedMutexSecondHolderSees183) {
     std::u16string name = u"Local\\NgiWin32Test-" + std::u16string(1, u'a' + ::GetCurrentProcessId() % 26);
     CHandle first = CreateNamedMutex(name, true);
@@ -169,40 +144,6 @@ TEST(Win32Process, PriorityClassAndIds) {
     int32_t hr = ComInitialize();
     EXPECT_TRUE(hr == S_OK || hr == S_FALSE) << hr;
     ComUninitialize();
-}
-
-TEST(Win32Time, Conversions) {
-    struct Case {
-        TSystemTime time;
-        uint64_t fileTime;
-        uint16_t dayOfWeek;
-    } cases[] = {
-        {{1601, 1, 0, 1, 0, 0, 0, 0}, 0, 1},                         // a Monday
-        {{1970, 1, 0, 1, 0, 0, 0, 0}, 116444736000000000ull, 4},     // a Thursday
-        {{2026, 11, 0, 21, 14, 5, 9, 123}, 134397435091230000ull, 6},
-    };
-    for (const auto& c : cases) {
-        uint64_t ft = 0;
-        ASSERT_TRUE(SystemTimeToFileTime(c.time, ft));
-        EXPECT_EQ(ft, c.fileTime);
-        TSystemTime back;
-        ASSERT_TRUE(FileTimeToSystemTime(ft, back));
-        EXPECT_EQ(back.year, c.time.year);
-        EXPECT_EQ(back.milliseconds, c.time.milliseconds);
-        EXPECT_EQ(back.dayOfWeek, c.dayOfWeek);
-    }
-    uint64_t ft = 0;
-    EXPECT_FALSE(SystemTimeToFileTime({2026, 13, 0, 1, 0, 0, 0, 0}, ft));
-    EXPECT_EQ(GetLastError(), kErrInvalidParameter);
-    TSystemTime t;
-    EXPECT_FALSE(FileTimeToSystemTime(0x8000000000000000ull, t));
-
-    TSystemTime now;
-    GetLocalTime(now);
-    EXPECT_GE(now.year, 2020);
-    std::u16string date = FormatDate({2026, 11, 6, 21, 14, 5, 9, 0});
-    EXPECT_NE(date.find(u"2026"), std::u16string::npos) << std::string(date.begin(), date.end());
-    EXPECT_NE(FormatTime({2026, 11, 6, 21, 14, 5, 9, 0}).find(u"05"), std::u16string::npos);
 }
 
 }  // namespace

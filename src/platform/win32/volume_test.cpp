@@ -9,7 +9,6 @@
 #include <filesystem>
 #include <string>
 
-#include "platform/codepage.h"
 #include "platform/errors.h"
 #include "platform/file.h"
 #include "platform/file_acl.h"
@@ -134,11 +133,6 @@ TEST_F(Win32RawTest, UsersGetFullAccess) { EXPECT_TRUE(AllowUsersFullAccess(m_Pa
 TEST(Win32Privileges, UnknownNameIs1313) {
     EXPECT_FALSE(EnableProcessPrivilege(u"SeNoSuchPrivilege"));
     EXPECT_EQ(GetLastError(), 1313u);
-}
-
-TEST(Win32CodePage, AsciiConverts) {
-    EXPECT_EQ(AnsiToUtf16("NorvaGuestIndexer"), u"NorvaGuestIndexer");
-    EXPECT_EQ(AnsiToUtf16(""), u"");
 }
 
 }  // namespace
