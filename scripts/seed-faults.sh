@@ -125,8 +125,9 @@ run_tests() {
   echo "=== ctest" >>"$log"
   if ! (cd "$build" && run ctest -j"$jobs" --timeout 300 --stop-on-failure --output-on-failure) >>"$log" 2>&1; then
     local first
-    first=$(grep -m1 -oE 'Test +#[0-9]+: [^ ]+ \.+\**(Failed|Timeout|Exception|Subprocess|Not Run)' "$log" |
-            sed -E 's/Test +#[0-9]+: ([^ ]+).*/\1/')
+    # A disabled test is "Not Run (Disabled)" without having failed.
+    first=$(grep -E 'Test +#[0-9]+: [^ ]+ \.+\**(Failed|Timeout|Exception|Subprocess|Not Run)' "$log" |
+            grep -v 'Not Run (Disabled)' | head -1 | sed -E 's/.*Test +#[0-9]+: ([^ ]+).*/\1/')
     echo "ctest:${first:-failed}"
     return
   fi
