@@ -127,7 +127,7 @@ run_tests() {
     local first
     # A disabled test is "Not Run (Disabled)" without having failed.
     first=$(grep -E 'Test +#[0-9]+: [^ ]+ \.+\**(Failed|Timeout|Exception|Subprocess|Not Run)' "$log" |
-            grep -v 'Not Run (Disabled)' | head -1 | sed -E 's/.*Test +#[0-9]+: ([^ ]+).*/\1/')
+            grep -v 'Not Run (Disabled)' | head -1 | sed -E 's/.*Test +#[0-9]+: ([^ ]+).*/\1/' || true)
     echo "ctest:${first:-failed}"
     return
   fi
