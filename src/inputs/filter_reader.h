@@ -53,12 +53,10 @@ public:
     // its value; unknown tokens stay as they are, "%" signs included.
     std::u16string ExpandEnvironmentTokens(std::u16string_view text) const;
 
-    const std::u16string& GetModuleFolder() const { return m_ModuleFolder; }
     const std::u16string& GetSnapshotMappingFileName() const { return m_SnapshotMappingFileName; }
     void SetSnapshotMappingFileName(std::u16string name) { m_SnapshotMappingFileName = std::move(name); }
     // The module folder joined with a file name.
     std::u16string GetModuleFilePath(std::u16string_view name) const;
-    const std::map<std::u16string, std::u16string>& GetEnvironment() const { return m_Environment; }
 
 private:
     std::u16string m_ModuleFolder;

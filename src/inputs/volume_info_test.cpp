@@ -19,17 +19,6 @@ std::vector<platform::TVolumeTableEntry> Entries() {
     return volumes;
 }
 
-// A table whose mount point enumeration also answers a root without "\",
-// so that the nested mount point step can be seen at work.
-class CLenientTable : public platform::CVolumeTable {
-public:
-    CLenientTable() : CVolumeTable(Entries(), {}) {}
-    platform::CVolumeFindHandle FindFirstVolumeMountPoint(std::u16string_view root, std::u16string& name,
-                                                          uint32_t length) override {
-        return CVolumeTable::FindFirstVolumeMountPoint(std::u16string(root) + u"\\", name, length);
-    }
-};
-
 struct TExpected {
     std::u16string name;
     Paths include, exclude;
@@ -50,7 +39,9 @@ TEST(VolumeInfoTest, VolumeListOfAnOptimizedRun) {
         Paths include, exclude;
         std::vector<TExpected> volumes;
     } cases[] = {
-        {"a root include means the whole volume", {u"c:"}, {}, {{u"c:", {}, {}}}},
+        // The system's mount point enumeration wants the root with its "\\": a
+        // folder mount is indexed only when a line names it.
+        {"a root include means the whole volume, not its folder mounts", {u"c:"}, {}, {{u"c:", {}, {}}}},
         {"a folder after the root narrows the volume to the folder", {u"c:", u"c:\\data"}, {},
          {{u"c:", {u"data"}, {}}}},
         {"folder then subfolder keeps the first", {u"c:\\data", u"c:\\DATA\\sub"}, {}, {{u"c:", {u"data"}, {}}}},
@@ -74,30 +65,6 @@ TEST(VolumeInfoTest, VolumeListOfAnOptimizedRun) {
     platform::CVolumeTable table(Entries(), {});
     std::vector<CIndexingVolumeInfo> volumes;
     EXPECT_THROW(CreateIndexingVolumeInfo({u"q:\\x"}, {}, volumes, table), CWin32Exc);  // on no volume
-}
-
-TEST(VolumeInfoTest, NestedMountPointsWithATableThatAnswersThem) {
-    struct {
-        Paths include;
-        std::vector<TExpected> volumes;
-    } cases[] = {
-        // The name is the volume's followed directly by the relative mount point.
-        {{u"c:"}, {{u"c:", {}, {}}, {u"c:mnt\\data\\", {}, {}}}},
-        {{u"c:\\mnt"}, {{u"c:", {u"mnt"}, {}}, {u"c:mnt\\data\\", {}, {}}}},
-        {{u"c:\\users"}, {{u"c:", {u"users"}, {}}}},  // no include leads to the mount point
-    };
-    for (const auto& c : cases) {
-        CLenientTable table;
-        std::vector<CIndexingVolumeInfo> volumes;
-        CreateIndexingVolumeInfo(c.include, {}, volumes, table);
-        ExpectVolumes(volumes, c.volumes);
-    }
-    // The real call wants the root with its "\": a run gathers no nested
-    // mount points, and a folder mount is indexed only when a line names it.
-    platform::CVolumeTable strict(Entries(), {});
-    std::vector<CIndexingVolumeInfo> volumes;
-    CreateIndexingVolumeInfo({u"c:"}, {}, volumes, strict);
-    ExpectVolumes(volumes, {{u"c:", {}, {}}});
 }
 
 }  // namespace

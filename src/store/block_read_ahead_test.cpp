@@ -21,12 +21,6 @@ namespace {
 constexpr uint32_t kBlock = 8192;
 constexpr uint64_t kFileSize = 12 * kBlock + 1000;  // 12 whole blocks and a short one
 
-std::vector<uint8_t> Pattern(size_t size) {
-    std::vector<uint8_t> bytes(size);
-    for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(i * 13 + i / 4093);
-    return bytes;
-}
-
 class BlockReadAhead : public ::testing::TestWithParam<bool> {
 protected:
     void SetUp() override {
@@ -69,10 +63,6 @@ TEST_P(BlockReadAhead, ServesThePlanInOrderAcrossHolesAndRequests) {
     // Three blocks a request, two requests in flight: 0-2 one request, 3 and
     // 5 apart (a hole), 6-8, 9, then the short last block.
     CBlockReadAhead ra(m_File.Get(), kBlock, 0, Plan({0, 1, 2, 3, 5, 6, 7, 8, 9, 12}), Tuning(2, 3));
-    // Asked asynchronous, it is where the system has an asynchronous queue.
-    if (!GetParam()) {
-        EXPECT_FALSE(ra.IsAsync());
-    }
     for (uint64_t b : {0, 1, 2, 3, 5, 6, 7, 8, 9}) EXPECT_TRUE(Take(ra, b));
     EXPECT_TRUE(Take(ra, 12, 1000));
     EXPECT_EQ(ra.GetRequestCount(), 5u);  // {0,1,2} {3} {5,6,7} {8,9} {12}

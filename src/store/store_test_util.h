@@ -21,7 +21,6 @@ namespace store_testing {
 // A temporary folder with the names the store's tests use.
 class CTempDir : public ngitest::CTempDir {
 public:
-    std::u16string Dir() const { return Path(); }
     std::filesystem::path Native(const std::string& name) const { return ngitest::CTempDir::Native() / name; }
     // The plain names of the entries, sorted.
     std::vector<std::string> List() const {
@@ -74,6 +73,13 @@ inline std::vector<uint8_t> EmptyIndexBytes() {
     owners.insert(owners.end(), 8, 0);
     auto reparses = TableHeaderBytes(0, 4, {1, 2, 2}, 0);
     for (const auto* part : {&dirs, &owners, &reparses}) bytes.insert(bytes.end(), part->begin(), part->end());
+    return bytes;
+}
+
+// Bytes that differ from block to block at any block size up to 64 KiB.
+inline std::vector<uint8_t> Pattern(size_t size, uint8_t seed = 1) {
+    std::vector<uint8_t> bytes(size);
+    for (size_t i = 0; i < size; ++i) bytes[i] = static_cast<uint8_t>(i * 7 + seed + i / 251);
     return bytes;
 }
 
