@@ -17,32 +17,30 @@ using nlohmann::json;
 
 namespace {
 
+// The web tests' catalogue in one back end, as the server reads it.
 struct TBackEnd {
+    explicit TBackEnd(const std::string& database) : db(database), connection(catalogue::OpenDatabaseReadOnly(db)) {}
     std::string db;
     std::unique_ptr<catalogue::IConnection> connection;
-    std::unique_ptr<catalogue::CCatalogue> catalogue;
+    std::unique_ptr<catalogue::CCatalogue> catalogue = std::make_unique<catalogue::CCatalogue>(*connection);
 };
 
 class WebApi : public ::testing::Test {
 protected:
     // SQLite always; PostgreSQL where a server could be started.
-    std::vector<TBackEnd>& BackEnds() {
-        if (m_BackEnds.empty()) {
-            std::vector<std::string> dbs = {(m_Root.Native() / "web.sqlite").string()};
-            CPgServer& pg = CPgServer::Get();
-            if (pg.Conninfo().empty()) std::cout << "[ SKIPPED  ] the PostgreSQL half: " << pg.Why() << "\n";
-            else dbs.push_back(pg.NewDatabase());
-            for (size_t i = 0; i < dbs.size(); ++i) {
-                MakeWebCatalogue((m_Root.Native() / ("runs" + std::to_string(i))).string(), dbs[i]);
-                TBackEnd b{dbs[i], catalogue::OpenDatabaseReadOnly(dbs[i]), nullptr};
-                b.catalogue = std::make_unique<catalogue::CCatalogue>(*b.connection);
-                m_BackEnds.push_back(std::move(b));
-            }
+    std::vector<TBackEnd> BackEnds() {
+        std::vector<std::string> dbs = {(m_Root.Native() / "web.sqlite").string()};
+        CPgServer& pg = CPgServer::Get();
+        if (pg.Conninfo().empty()) std::cout << "[ SKIPPED  ] the PostgreSQL half: " << pg.Why() << "\n";
+        else dbs.push_back(pg.NewDatabase());
+        std::vector<TBackEnd> list;
+        for (size_t i = 0; i < dbs.size(); ++i) {
+            MakeWebCatalogue((m_Root.Native() / ("runs" + std::to_string(i))).string(), dbs[i]);
+            list.emplace_back(dbs[i]);
         }
-        return m_BackEnds;
+        return list;
     }
     ngitest::CTempDir m_Root;
-    std::vector<TBackEnd> m_BackEnds;
 };
 
 // Every page of the answer, its results joined.
@@ -129,7 +127,6 @@ TEST_F(WebApi, RefusesBadQuestionsWithTheRightStatus) {
         {"search", {{"q", "budget"}, {"after", "-1"}}, 400, "after '-1' is not a number"},
         {"search", {{"q", "budget"}, {"after", "99"}}, 400, "past the last result"},
         {"search", {{"q", "x"}, {"min-size", "1"}}, 400, "unknown parameter 'min-size'"},
-        {"search", {{"q", "x"}, {"bogus", "1"}}, 400, "unknown parameter 'bogus'"},
         {"search", {{"q", "x"}, {"q", "y"}}, 400, "q is given twice"},
         {"search", {{"q", longText}}, 400, "longer than 2048 bytes"},
         {"search", {{"q", "x"}, {"min_size", "lots"}}, 400, "min_size 'lots' is not a size"},
@@ -160,8 +157,7 @@ TEST_F(WebApi, RefusesBadQuestionsWithTheRightStatus) {
 // The server's connections cannot write, and request text is never SQL.
 TEST_F(WebApi, ReadsOnlyAndTakesParametersAsText) {
     for (auto& b : BackEnds()) {
-        const char* injections[] = {"x' OR '1'='1", "'; DELETE FROM versions; --", "\\' OR 1=1 --", "%' --"};
-        for (const char* text : injections) {
+        for (const char* text : {"x' OR '1'='1", "'; DELETE FROM versions; --", "\\' OR 1=1 --", "%' --"}) {
             for (const char* name : {"q", "machine", "owner", "volume"}) {
                 catalogue::TApiParams params = {{"q", "budget"}};
                 params.erase(name);
@@ -180,8 +176,7 @@ TEST_F(WebApi, ReadsOnlyAndTakesParametersAsText) {
         EXPECT_GT(count->Int(0), 250);
     }
     // A SQLite file that is not there is not made.
-    EXPECT_THROW(catalogue::OpenDatabaseReadOnly((m_Root.Native() / "none.sqlite").string()),
-                 CExc);
+    EXPECT_THROW(catalogue::OpenDatabaseReadOnly((m_Root.Native() / "none.sqlite").string()), CExc);
     EXPECT_FALSE(std::filesystem::exists(m_Root.Native() / "none.sqlite"));
 }
 
