@@ -161,8 +161,7 @@ TEST_F(CatalogueDb, VersionsGrowWithChangeAndForgetDropsWhatOnlyItHeld) {
 
         backEnd->Expect({"forget", "1"}, 0);
         EXPECT_EQ(count(), two - 5);  // Notes, Temp old, the old budget and report, the old link
-        const TRun after = backEnd->Expect({"versions", "\\Windows\\notepad.exe"}, 0);
-        EXPECT_NE(after.out.find("points 2,3\n"), std::string::npos) << after.out;
+        EXPECT_NE(backEnd->Expect({"versions", "\\Windows\\notepad.exe"}, 0).out.find("points 2,3\n"), std::string::npos);
         backEnd->Expect({"ls", "--at", "1"}, 1);
         // Forgetting the newest point leaves the one before it whole.
         backEnd->Expect({"forget", "3"}, 0);
@@ -176,8 +175,7 @@ TEST_F(CatalogueDb, VersionsGrowWithChangeAndForgetDropsWhatOnlyItHeld) {
 // What is refused leaves the database as it was.
 TEST_F(CatalogueDb, RefusedIngestsChangeNothing) {
     const std::string db = (m_Root.Native() / "refused.sqlite").string();
-    const std::string good = m_One.Dir();
-    ASSERT_EQ(RunTool({"ingest", good, "--machine", "m", "--db", db}).code, 0);
+    ASSERT_EQ(RunTool({"ingest", m_One.Dir(), "--machine", "m", "--db", db}).code, 0);
     const std::string before = RunTool({"points", "--json", "--db", db}).out;
 
     CRun damaged(m_Root, "damaged");

@@ -102,14 +102,15 @@ TEST_F(WebApi, AnswersEqualTheCommandLinesJsonLines) {
             EXPECT_EQ(AllPages(*b.catalogue, c.question, c.params, 100), lines) << b.db << " " << c.words[1];
             EXPECT_EQ(AllPages(*b.catalogue, c.question, c.params, 1000), lines) << b.db << " " << c.words[1];
         }
-        // The odd names are found and shown as stored: a lone surrogate as U+FFFD
-        // (the ingest stores it so), found by U+FFFD too (above).
-        const json odd = AllPages(*b.catalogue, "search", {{"q", "damaged"}}, 10);
-        ASSERT_EQ(odd.size(), 1u);
-        EXPECT_EQ(odd[0]["path"], "\\Odd\\damaged \xEF\xBF\xBD name.txt");
-        EXPECT_EQ(AllPages(*b.catalogue, "search", {{"q", "\xF0\x9F\x98\x80"}}, 10)[0]["path"],
-                  "\\Odd\\photo \xF0\x9F\x98\x80 beach.jpg");
-        EXPECT_EQ(AllPages(*b.catalogue, "search", {{"q", "100%"}}, 10).size(), 1u);
+        // The odd names are found, once, and shown as stored: a lone surrogate
+        // as U+FFFD (the ingest stores it so), found by U+FFFD too (above).
+        for (const auto& [q, path] : {std::pair{"damaged", "\\Odd\\damaged \xEF\xBF\xBD name.txt"},
+                                      {"\xF0\x9F\x98\x80", "\\Odd\\photo \xF0\x9F\x98\x80 beach.jpg"},
+                                      {"100%", "\\Odd\\100% done_v2.txt"}}) {
+            const json found = AllPages(*b.catalogue, "search", {{"q", q}}, 10);
+            ASSERT_EQ(found.size(), 1u) << q;
+            EXPECT_EQ(found[0]["path"], path);
+        }
     }
 }
 
@@ -139,7 +140,6 @@ TEST_F(WebApi, RefusesBadQuestionsWithTheRightStatus) {
         {"ls", {{"machine", "pc-01"}, {"at", "3"}}, 404, "restore point 3 is not one of pc-01's"},
         {"ls", {{"machine", "pc-01"}, {"at", "1"}, {"path", "\\Shares"}}, 404, "has no folder"},
         {"changes", {{"machine", "pc-01"}, {"from", "1"}, {"to", "9"}}, 404, "no restore point 9"},
-        {"changes", {{"machine", "pc-01"}, {"from", "1"}, {"to", "3"}}, 404, "not one of pc-01's"},
         {"tables", {}, 404, "no question /api/tables"},
         // Invalid UTF-8 in a parameter is quoted back as valid UTF-8.
         {"search", {{"q", "x"}, {"volume\xFF", "C:"}}, 400, "unknown parameter 'volume\xEF\xBF\xBD'"},
