@@ -44,9 +44,7 @@ TEST(CatalogueValues, SizesAndQuoting) {
     EXPECT_EQ(ParseSize("0"), 0u);
     EXPECT_EQ(ParseSize("10K"), 10240u);
     EXPECT_EQ(ParseSize("3g"), 3ull << 30);
-    EXPECT_FALSE(ParseSize("10KB"));
-    EXPECT_FALSE(ParseSize("-1"));
-    EXPECT_FALSE(ParseSize("99999999T"));
+    for (const char* bad : {"10KB", "-1", "99999999T"}) EXPECT_FALSE(ParseSize(bad)) << bad;
     std::string csv;
     AppendCsv(csv, "plain");
     csv += ',';

@@ -17,32 +17,30 @@ using nlohmann::json;
 
 namespace {
 
+// The web tests' catalogue in one back end, as the server reads it.
 struct TBackEnd {
+    explicit TBackEnd(const std::string& database) : db(database), connection(catalogue::OpenDatabaseReadOnly(db)) {}
     std::string db;
     std::unique_ptr<catalogue::IConnection> connection;
-    std::unique_ptr<catalogue::CCatalogue> catalogue;
+    std::unique_ptr<catalogue::CCatalogue> catalogue = std::make_unique<catalogue::CCatalogue>(*connection);
 };
 
 class WebApi : public ::testing::Test {
 protected:
     // SQLite always; PostgreSQL where a server could be started.
-    std::vector<TBackEnd>& BackEnds() {
-        if (m_BackEnds.empty()) {
-            std::vector<std::string> dbs = {(m_Root.Native() / "web.sqlite").string()};
-            CPgServer& pg = CPgServer::Get();
-            if (pg.Conninfo().empty()) std::cout << "[ SKIPPED  ] the PostgreSQL half: " << pg.Why() << "\n";
-            else dbs.push_back(pg.NewDatabase());
-            for (size_t i = 0; i < dbs.size(); ++i) {
-                MakeWebCatalogue((m_Root.Native() / ("runs" + std::to_string(i))).string(), dbs[i]);
-                TBackEnd b{dbs[i], catalogue::OpenDatabaseReadOnly(dbs[i]), nullptr};
-                b.catalogue = std::make_unique<catalogue::CCatalogue>(*b.connection);
-                m_BackEnds.push_back(std::move(b));
-            }
+    std::vector<TBackEnd> BackEnds() {
+        std::vector<std::string> dbs = {(m_Root.Native() / "web.sqlite").string()};
+        CPgServer& pg = CPgServer::Get();
+        if (pg.Conninfo().empty()) std::cout << "[ SKIPPED  ] the PostgreSQL half: " << pg.Why() << "\n";
+        else dbs.push_back(pg.NewDatabase());
+        std::vector<TBackEnd> list;
+        for (size_t i = 0; i < dbs.size(); ++i) {
+            MakeWebCatalogue((m_Root.Native() / ("runs" + std::to_string(i))).string(), dbs[i]);
+            list.emplace_back(dbs[i]);
         }
-        return m_BackEnds;
+        return list;
     }
     ngitest::CTempDir m_Root;
-    std::vector<TBackEnd> m_BackEnds;
 };
 
 // Every page of the answer, its results joined.
@@ -104,14 +102,15 @@ TEST_F(WebApi, AnswersEqualTheCommandLinesJsonLines) {
             EXPECT_EQ(AllPages(*b.catalogue, c.question, c.params, 100), lines) << b.db << " " << c.words[1];
             EXPECT_EQ(AllPages(*b.catalogue, c.question, c.params, 1000), lines) << b.db << " " << c.words[1];
         }
-        // The odd names are found and shown as stored: a lone surrogate as U+FFFD
-        // (the ingest stores it so), found by U+FFFD too (above).
-        const json odd = AllPages(*b.catalogue, "search", {{"q", "damaged"}}, 10);
-        ASSERT_EQ(odd.size(), 1u);
-        EXPECT_EQ(odd[0]["path"], "\\Odd\\damaged \xEF\xBF\xBD name.txt");
-        EXPECT_EQ(AllPages(*b.catalogue, "search", {{"q", "\xF0\x9F\x98\x80"}}, 10)[0]["path"],
-                  "\\Odd\\photo \xF0\x9F\x98\x80 beach.jpg");
-        EXPECT_EQ(AllPages(*b.catalogue, "search", {{"q", "100%"}}, 10).size(), 1u);
+        // The odd names are found, once, and shown as stored: a lone surrogate
+        // as U+FFFD (the ingest stores it so), found by U+FFFD too (above).
+        for (const auto& [q, path] : {std::pair{"damaged", "\\Odd\\damaged \xEF\xBF\xBD name.txt"},
+                                      {"\xF0\x9F\x98\x80", "\\Odd\\photo \xF0\x9F\x98\x80 beach.jpg"},
+                                      {"100%", "\\Odd\\100% done_v2.txt"}}) {
+            const json found = AllPages(*b.catalogue, "search", {{"q", q}}, 10);
+            ASSERT_EQ(found.size(), 1u) << q;
+            EXPECT_EQ(found[0]["path"], path);
+        }
     }
 }
 
@@ -129,7 +128,6 @@ TEST_F(WebApi, RefusesBadQuestionsWithTheRightStatus) {
         {"search", {{"q", "budget"}, {"after", "-1"}}, 400, "after '-1' is not a number"},
         {"search", {{"q", "budget"}, {"after", "99"}}, 400, "past the last result"},
         {"search", {{"q", "x"}, {"min-size", "1"}}, 400, "unknown parameter 'min-size'"},
-        {"search", {{"q", "x"}, {"bogus", "1"}}, 400, "unknown parameter 'bogus'"},
         {"search", {{"q", "x"}, {"q", "y"}}, 400, "q is given twice"},
         {"search", {{"q", longText}}, 400, "longer than 2048 bytes"},
         {"search", {{"q", "x"}, {"min_size", "lots"}}, 400, "min_size 'lots' is not a size"},
@@ -142,7 +140,6 @@ TEST_F(WebApi, RefusesBadQuestionsWithTheRightStatus) {
         {"ls", {{"machine", "pc-01"}, {"at", "3"}}, 404, "restore point 3 is not one of pc-01's"},
         {"ls", {{"machine", "pc-01"}, {"at", "1"}, {"path", "\\Shares"}}, 404, "has no folder"},
         {"changes", {{"machine", "pc-01"}, {"from", "1"}, {"to", "9"}}, 404, "no restore point 9"},
-        {"changes", {{"machine", "pc-01"}, {"from", "1"}, {"to", "3"}}, 404, "not one of pc-01's"},
         {"tables", {}, 404, "no question /api/tables"},
         // Invalid UTF-8 in a parameter is quoted back as valid UTF-8.
         {"search", {{"q", "x"}, {"volume\xFF", "C:"}}, 400, "unknown parameter 'volume\xEF\xBF\xBD'"},
@@ -160,8 +157,7 @@ TEST_F(WebApi, RefusesBadQuestionsWithTheRightStatus) {
 // The server's connections cannot write, and request text is never SQL.
 TEST_F(WebApi, ReadsOnlyAndTakesParametersAsText) {
     for (auto& b : BackEnds()) {
-        const char* injections[] = {"x' OR '1'='1", "'; DELETE FROM versions; --", "\\' OR 1=1 --", "%' --"};
-        for (const char* text : injections) {
+        for (const char* text : {"x' OR '1'='1", "'; DELETE FROM versions; --", "\\' OR 1=1 --", "%' --"}) {
             for (const char* name : {"q", "machine", "owner", "volume"}) {
                 catalogue::TApiParams params = {{"q", "budget"}};
                 params.erase(name);
@@ -180,8 +176,7 @@ TEST_F(WebApi, ReadsOnlyAndTakesParametersAsText) {
         EXPECT_GT(count->Int(0), 250);
     }
     // A SQLite file that is not there is not made.
-    EXPECT_THROW(catalogue::OpenDatabaseReadOnly((m_Root.Native() / "none.sqlite").string()),
-                 CExc);
+    EXPECT_THROW(catalogue::OpenDatabaseReadOnly((m_Root.Native() / "none.sqlite").string()), CExc);
     EXPECT_FALSE(std::filesystem::exists(m_Root.Native() / "none.sqlite"));
 }
 

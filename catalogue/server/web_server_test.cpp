@@ -83,7 +83,6 @@ TEST_F(WebServer, AnswersGetOnlyAndJsonForEveryError) {
         {"GET", "/app.js", 200, "/api/"},
         {"GET", "/api/machines", 200, R"({"results":[{"machine":"pc-01","points":2,)"},
         {"GET", "/api/search?q=100%25%20done", 200, R"("path":"\\Odd\\100% done_v2.txt")"},
-        {"GET", "/api/search?q=budget&limit=abc", 400, R"({"error":"limit 'abc' is not a number"})"},
         {"GET", "/nothing", 404, R"({"error":"nothing at /nothing"})"},
         {"GET", "/api/search?q=" + std::string(9000, 'a'), 414, R"({"error":)"},
         {"POST", "/api/search?q=budget", 405, R"({"error":"POST is not answered here; use GET"})"},
@@ -117,14 +116,8 @@ TEST_F(WebServer, OffTheLoopbackNeedsATokenAndChecksIt) {
         catalogue::TServeOptions options = m_Options;
         if (tls) options.tlsCert = cert, options.tlsKey = key;
         CRunning server(options);
-        std::unique_ptr<httplib::Client> client;
-        if (tls) {
-            client = std::make_unique<httplib::Client>("https://127.0.0.1:" + std::to_string(server.Port()));
-            client->set_ca_cert_path(cert);
-            client->enable_server_certificate_verification(true);
-        } else {
-            client = std::make_unique<httplib::Client>("127.0.0.1", server.Port());
-        }
+        httplib::Client client((tls ? "https" : "http") + std::string("://127.0.0.1:") + std::to_string(server.Port()));
+        if (tls) client.set_ca_cert_path(cert), client.enable_server_certificate_verification(true);
         struct {
             const char* path;
             const char* authorization;  // null: none
@@ -141,7 +134,7 @@ TEST_F(WebServer, OffTheLoopbackNeedsATokenAndChecksIt) {
         for (const auto& c : cases) {
             httplib::Headers headers;
             if (c.authorization) headers.emplace("Authorization", c.authorization);
-            const auto result = client->Get(c.path, headers);
+            const auto result = client.Get(c.path, headers);
             ASSERT_TRUE(result) << (tls ? "https " : "http ") << httplib::to_string(result.error());
             EXPECT_EQ(result->status, c.status) << (tls ? "https " : "http ") << c.path << " "
                                                 << (c.authorization ? c.authorization : "(none)");
