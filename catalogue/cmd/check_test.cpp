@@ -96,7 +96,9 @@ TEST_F(CatalogueCheck, EveryTruncationAndFlippedByteEndsInAVerdict) {
         ASSERT_TRUE(flipped.code == 0 || flipped.code == 1) << "byte " << at;
         refused += flipped.code;
         for (const TRun* run : {&cut, &flipped})
-            if (run->code == 1) EXPECT_NE(run->err.find("damaged.ifd"), std::string::npos) << at << ": " << run->err;
+            if (run->code == 1) {
+                EXPECT_NE(run->err.find("damaged.ifd"), std::string::npos) << at << ": " << run->err;
+            }
     }
     // Only bytes of text (names, SIDs) and of sizes and times may change
     // unnoticed; everything structural is refused.

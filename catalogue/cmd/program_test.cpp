@@ -35,7 +35,9 @@ TEST(CatalogueProgram, ExitCodesAndStreams) {
         EXPECT_EQ(run.exitCode, c.code) << c.args;
         EXPECT_EQ(run.out, c.out) << c.args;
         EXPECT_NE(run.err.find(c.err), std::string::npos) << c.args << ": " << run.err;
-        if (c.err.empty()) EXPECT_EQ(run.err, "");
+        if (c.err.empty()) {
+            EXPECT_EQ(run.err, "");
+        }
     }
 }
 
