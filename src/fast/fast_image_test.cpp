@@ -5,8 +5,7 @@
 // reparse points skipped so that a link is the file or folder fls lists; and
 // the same index bytes and log lines whether the $MFT is read ahead or block
 // by block. On the richest fixture, ntfs-4k: reparse points (junctions and
-// symbolic links of every kind, files with other tags), and the settings that
-// skip owners and reparse points.
+// symbolic links of every kind, files with other tags).
 #include <gtest/gtest.h>
 
 #include "fast/fast_test_util.h"
@@ -134,33 +133,17 @@ TEST_P(FastReadAhead, SameIndexAndLogAsBlockByBlock) {
 INSTANTIATE_TEST_SUITE_P(Images, FastReadAhead, ::testing::ValuesIn(ngitest::ntfs::AllImages()),
                          ngitest::ntfs::TImageTestName());
 
-class FastFixture : public ::testing::Test {
-protected:
-    void SetUp() override {
-        m_Image = ngitest::ntfs::UnpackedImage({"ntfs-4k", ngitest::ntfs::SourceDir() / "fixtures/ntfs/ntfs-4k.img.gz"});
-        if (m_Image.empty()) GTEST_SKIP() << "fixture image missing";
-    }
-    fs::path m_Image;
-    TIndexContent m_Content;
-};
-
-TEST_F(FastFixture, SkippedOwnersLeaveOwnerZeroEverywhere) {
+TEST(FastFixture, ReparsePointsResolveOnTheVolumeAndStopAtARelativeLink) {
+    const fs::path image = ngitest::ntfs::UnpackedImage({"ntfs-4k", ngitest::ntfs::SourceDir() / "fixtures/ntfs/ntfs-4k.img.gz"});
+    ASSERT_FALSE(image.empty());
+    platform::CVolumeTable table = DriveC();
     ngitest::CLogCapture log;
-    m_Content = Index(m_Image, std::string(kSkipReparse) + kSkipOwners);
-    EXPECT_EQ(m_Content.Owners.size(), 1u);
-    for (const auto& [path, owner] : m_Content.FileOwners) EXPECT_EQ(owner, 0u) << path;
-    EXPECT_FALSE(log.Contains(u"$Secure metafile parse."));
-}
-
-TEST_F(FastFixture, ReparsePointsResolveOnTheVolumeAndStopAtARelativeLink) {
-    const platform::CVolumeTable table = DriveC();
-    ngitest::CLogCapture log;
-    m_Content = Index(m_Image, "", {.Volumes = &table});
+    const TIndexContent content = Index(image, "", {.Volumes = &table});
     // The junction into the volume: its empty folder row and a reparse row
     // naming the target inside the volume.
-    EXPECT_EQ(m_Content.Reparses,
+    EXPECT_EQ(content.Reparses,
               (std::vector<std::tuple<std::string, std::string, std::string>>{{"reparse", "j_abs", "reparse\\target"}}));
-    EXPECT_TRUE(m_Content.Dirs.count("reparse/j_abs"));
+    EXPECT_TRUE(content.Dirs.count("reparse/j_abs"));
     EXPECT_TRUE(log.Contains(u"ReparsePoint [j_abs] SubstituteName [\\??\\C:\\reparse\\target] is included."));
     // By volume name: the path's first part is the volume name, not a mount
     // point of it, so the target counts as another volume's.
@@ -174,18 +157,11 @@ TEST_F(FastFixture, ReparsePointsResolveOnTheVolumeAndStopAtARelativeLink) {
     // A decoded link to a file is no file row of its own; other tags are
     // ordinary files, each reported once, unknown ones counted.
     std::set<std::string> files;
-    for (const auto& row : m_Content.Files) files.insert(std::get<0>(row));
+    for (const auto& row : content.Files) files.insert(std::get<0>(row));
     EXPECT_FALSE(files.count("reparse/file_link"));
     EXPECT_TRUE(files.count("reparse/tag_8000001B"));
     EXPECT_TRUE(log.Contains(u"ReparseTag IO_REPARSE_TAG_DEDUP found."));
     EXPECT_TRUE(log.Contains(u"Unknown reparse tag 0x8000001b found 1 times."));
-}
-
-TEST_F(FastFixture, SkippedReparsePointsAreNeitherListedNorReported) {
-    ngitest::CLogCapture log;
-    m_Content = Index(m_Image, kSkipReparse);
-    EXPECT_TRUE(m_Content.Reparses.empty());
-    EXPECT_FALSE(log.Contains(u"Enumerate all ReparsePoints"));
 }
 
 }  // namespace

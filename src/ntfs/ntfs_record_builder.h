@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -134,6 +135,7 @@ inline TBytes FileRecord(const std::vector<TBytes>& attributes, uint32_t size = 
     Put16(r, 0x16, flags);
     size_t at = first;
     for (const TBytes& a : attributes) {
+        if (at + a.size() + 8 > size) throw std::length_error("the attributes do not fit the record");
         std::copy(a.begin(), a.end(), r.begin() + static_cast<std::ptrdiff_t>(at));
         at += a.size();
     }
