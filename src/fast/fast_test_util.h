@@ -77,10 +77,8 @@ inline TIndexContent ReadIndex(const fs::path& file, bool withPaths = true) {
         // also for a chain of thousands of levels).
         if (id == 0 || !withPaths)
             paths.push_back(id == 0 ? "" : U8(row.m_Name));
-        else if (row.m_ParentId < id)
-            paths.push_back((paths[row.m_ParentId].empty() ? "" : paths[row.m_ParentId] + "/") + U8(row.m_Name));
         else
-            paths.push_back(SlashPath(reader.GetDirPath(id)));
+            paths.push_back((paths.at(row.m_ParentId).empty() ? "" : paths[row.m_ParentId] + "/") + U8(row.m_Name));
         c.Dirs.insert(paths.back());
     }
     for (uint64_t id = 0; id < reader.GetOwnerCount(); ++id) {

@@ -245,23 +245,6 @@ TEST(NtfsAttributes, NameLongerThanItsValueFails) {
     EXPECT_THROW(attributes.GetFileNameProps(tiny.attrs[0], list), CExc);
 }
 
-// The id needs 53 bytes of value, the time 9.
-TEST(NtfsAttributes, SecurityIdAndTimeKeepTheirShortBounds) {
-    CNtfsAttributes attributes(nullptr);
-    for (const size_t length : {8, 9, 52, 53, 72}) {
-        TBytes value(length, 0);
-        if (length >= 16) Put64(value, 8, 0x01D0000000000001ull);
-        if (length >= 0x38) Put32(value, 0x34, 0x103);
-        TParsed p = Parse({ResidentAttr(0x10, value)});
-        uint32_t id = 0;
-        uint64_t time = 0;
-        EXPECT_EQ(attributes.GetSecurityId(p.attrs[0], id), length >= 53 ? 1 : 0) << length;
-        EXPECT_EQ(attributes.GetLastWriteTime(p.attrs[0], time), length >= 9 ? 1 : 0) << length;
-        EXPECT_EQ(id, length >= 72 ? 0x103u : length >= 53 ? 0u : 0xFFFFFFFFu) << length;
-        EXPECT_EQ(time, length >= 16 ? 0x01D0000000000001ull : length >= 9 ? 0u : ~0ull) << length;
-    }
-}
-
 // Each failed read names the attribute and its record.
 TEST(NtfsAttributeContent, ResidentValueIsReadAndRefusesMoreContent) {
     CNtfsVolume volume;

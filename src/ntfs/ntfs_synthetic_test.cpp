@@ -127,22 +127,6 @@ TEST_F(NtfsSynthetic, LookupFindsKeysIgnoringCaseAndRefusesANamePastItsKey) {
     ExpectExc([&] { CNtfsIndex(&V()).FindFileInDirectory(root.data(), 5, u"fare"); }, "passes its key");
 }
 
-TEST_F(NtfsSynthetic, RecordsWithTornSectorsAreDeliveredPartlyFixed) {
-    TBytes image = BuildImage();
-    Put16(image, 4 * kCluster + 5 * 1024 + 1022, 0x0009);
-    Open(image);
-    TBytes r(1024);
-    EXPECT_EQ(V().GetFileRecord(5, r.data(), 1), 5u);
-    EXPECT_EQ(Le16(r.data() + 1022), 0x0009);  // the torn place stays as found
-    // A bad signature is an unreadable record.
-    image[4 * kCluster + 5 * 1024] = 'B';
-    Open(image);
-    ngitest::CLogCapture log;
-    EXPECT_EQ(V().GetFileRecordWithoutExistTest(5, r.data()), 0);
-    EXPECT_EQ(V().GetFileRecord(5, r.data(), 0), ~0ull);
-    EXPECT_TRUE(log.Contains(u"FileRecord not found by FileReference! FileReferenceNumber=0x0000000000000005"));
-}
-
 TEST_F(NtfsSynthetic, RecordZeroFailuresStopTheVolume) {
     TBytes badSignature = BuildImage(), torn = BuildImage(), noSectors = BuildImage();
     badSignature[4 * kCluster] = 'X';
