@@ -4,9 +4,8 @@
 //
 // Layout: 4 KiB clusters, 1 KiB records; $MFT from cluster 16, its $BITMAP
 // right behind it. Records from 16 on not placed are free (below 16 an empty
-// record in use stands in); record 5 (the root) is
-// always there. Directories that the filter must search carry a resident
-// $I30 index root listing their children.
+// record in use stands in); record 5 (the root) is always there. Directories
+// that the filter must search carry a resident $I30 root of their children.
 
 #include <map>
 #include <string>
