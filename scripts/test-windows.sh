@@ -28,8 +28,6 @@ excluded=(
   Settings.ReadAheadValuesOutOfRangeGiveDefaults
   CleanupOldLogs.CountFromTheRegistry
   CGuardFixture.NameFromTheRegistryInAnyCase
-  FastFixture.SkippedOwnersLeaveOwnerZeroEverywhere
-  FastFixture.SkippedReparsePointsAreNeitherListedNorReported
   # a file changed or removed under a handle that shares no writing
   WriteCollector.FullBlockIsFlushedOnlyByTheNextWrite
   TableStream.DamageIsReportedAtItsRow

@@ -21,21 +21,16 @@ std::unique_ptr<TDirInfo> Info(uint64_t id) {
 }
 
 TEST(DirInfoTable, AgreesWithAMap) {
-    struct TCase {
-        uint64_t low, range;
-    };
-    for (const TCase& t : {TCase{0, 31}, TCase{0, 32}, TCase{0, 40000}, TCase{16, 1 << 20}, TCase{1000, 33}}) {
-        SCOPED_TRACE("low " + std::to_string(t.low) + " range " + std::to_string(t.range));
-        CDirInfoTable table(t.low, t.range);
+    for (const auto& [low, range] : std::vector<std::pair<uint64_t, uint64_t>>{
+             {0, 31}, {0, 32}, {0, 40000}, {16, 1 << 20}, {1000, 33}}) {
+        SCOPED_TRACE("low " + std::to_string(low) + " range " + std::to_string(range));
+        CDirInfoTable table(low, range);
         std::map<uint64_t, uint64_t> oracle;
-        std::mt19937_64 rng(t.range);
-        uint64_t key = t.low;
+        std::mt19937_64 rng(range);
+        uint64_t key = low;
         for (int step = 0; step < 20000; ++step) {
             // Mostly near the last key (as folder rows come), sometimes anywhere.
-            if (rng() % 8 == 0)
-                key = t.low + rng() % (t.range + 1);
-            else
-                key = std::min(t.low + t.range, std::max(t.low, key + rng() % 5 - 2));
+            key = rng() % 8 == 0 ? low + rng() % (range + 1) : std::min(low + range, std::max(low, key + rng() % 5 - 2));
             if (rng() % 3 == 0) {
                 const uint64_t id = rng();
                 ASSERT_TRUE(table.Set(key, Info(id)));
@@ -43,19 +38,14 @@ TEST(DirInfoTable, AgreesWithAMap) {
             }
             const TDirInfo* got = table.Get(key);
             const auto want = oracle.find(key);
-            if (want == oracle.end()) {
-                ASSERT_EQ(got, nullptr) << "key " << key;
-            } else {
-                ASSERT_NE(got, nullptr) << "key " << key;
-                ASSERT_EQ(got->DirId, want->second) << "key " << key;
-            }
+            ASSERT_EQ(got != nullptr, want != oracle.end()) << "key " << key;
+            if (got) ASSERT_EQ(got->DirId, want->second) << "key " << key;
         }
         // Outside the range: nothing stored, nothing found.
-        EXPECT_FALSE(table.Set(t.low + t.range + 1, Info(1)));
-        EXPECT_EQ(table.Get(t.low + t.range + 1), nullptr);
-        if (t.low > 0) {
-            EXPECT_FALSE(table.Set(t.low - 1, Info(1)));
-            EXPECT_EQ(table.Get(t.low - 1), nullptr);
+        for (const uint64_t outside : {low + range + 1, low - 1}) {
+            if (outside == ~uint64_t{0}) continue;
+            EXPECT_FALSE(table.Set(outside, Info(1)));
+            EXPECT_EQ(table.Get(outside), nullptr);
         }
     }
 }

@@ -17,12 +17,26 @@
 #include "fast/volume_ntfs_indexer.h"
 #include "ntfs/ntfs_test_util.h"
 #include "platform/volume_io.h"
+#include "platform/volume_table.h"
 #include "store/index_base_reader.h"
 #include "testing/temp_dir.h"
 
 namespace ngitest::fast {
 
 namespace fs = std::filesystem;
+
+// The settings key, and its lines that skip owners and reparse points.
+constexpr char kSettingsKey[] = "[HKEY_LOCAL_MACHINE\\SOFTWARE\\NorvA\\Norva Archive and Mirror]\n";
+constexpr char kSkipOwners[] = "\"IndexerSkipOwnersParsing\"=dword:00000001\n";
+constexpr char kSkipReparse[] = "\"IndexerSkipReparsePoints\"=dword:00000001\n";
+
+// The volume table of the links' substitute names: C: alone.
+inline platform::CVolumeTable DriveC() {
+    std::vector<platform::TVolumeTableEntry> volumes(1);
+    volumes[0].mountPoints = {u"C:"};
+    volumes[0].volumeName = u"\\\\?\\Volume{01234567-89ab-cdef-0123-456789abcdef}\\";
+    return platform::CVolumeTable(volumes, {});
+}
 
 constexpr uint64_t kEpochDelta = 116444736000000000ull;  // 1601 to 1970 in 100 ns ticks
 
@@ -63,10 +77,8 @@ inline TIndexContent ReadIndex(const fs::path& file, bool withPaths = true) {
         // also for a chain of thousands of levels).
         if (id == 0 || !withPaths)
             paths.push_back(id == 0 ? "" : U8(row.m_Name));
-        else if (row.m_ParentId < id)
-            paths.push_back((paths[row.m_ParentId].empty() ? "" : paths[row.m_ParentId] + "/") + U8(row.m_Name));
         else
-            paths.push_back(SlashPath(reader.GetDirPath(id)));
+            paths.push_back((paths.at(row.m_ParentId).empty() ? "" : paths[row.m_ParentId] + "/") + U8(row.m_Name));
         c.Dirs.insert(paths.back());
     }
     for (uint64_t id = 0; id < reader.GetOwnerCount(); ++id) {
@@ -143,24 +155,6 @@ inline TFlsContent RunFls(const fs::path& image) {
             c.Files.insert({e.Path, e.Size, e.Mtime});
     }
     return c;
-}
-
-// The clusters istat lists under the attribute line starting `type`, and the
-// attribute's size.
-inline std::pair<std::vector<uint64_t>, uint64_t> IstatRuns(const std::string& istat, const std::string& type) {
-    std::vector<uint64_t> clusters;
-    const size_t at = istat.find("Type: " + type);
-    if (at == std::string::npos) return {clusters, 0};
-    const size_t sizeAt = istat.find("size: ", at);
-    const uint64_t size = std::stoull(istat.substr(sizeAt + 6));
-    std::istringstream in(istat.substr(istat.find('\n', at) + 1));
-    std::string line;
-    while (std::getline(in, line) && line.rfind("Type:", 0) != 0) {
-        std::istringstream words(line);
-        uint64_t c;
-        while (words >> c) clusters.push_back(c);
-    }
-    return {clusters, size};
 }
 
 }  // namespace ngitest::fast

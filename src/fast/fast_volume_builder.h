@@ -4,9 +4,8 @@
 //
 // Layout: 4 KiB clusters, 1 KiB records; $MFT from cluster 16, its $BITMAP
 // right behind it. Records from 16 on not placed are free (below 16 an empty
-// record in use stands in); record 5 (the root) is
-// always there. Directories that the filter must search carry a resident
-// $I30 index root listing their children.
+// record in use stands in); record 5 (the root) is always there. Directories
+// that the filter must search carry a resident $I30 root of their children.
 
 #include <map>
 #include <string>
@@ -183,72 +182,6 @@ inline void AddSecure(CSynthVolume& volume, const TSecure& secure) {
     TSynthRecord& record = volume.Dir(9, 5, u"$Secure");
     record.StandardInformation = false;
     record.Extra = {ResidentAttr(0x80, secure.Sds, u"$SDS"), ResidentAttr(0x90, secure.SiiRoot, u"$SII")};
-}
-
-// One $ATTRIBUTE_LIST entry.
-inline TBytes ListEntry(uint32_t type, const std::u16string& name, uint64_t vcn, uint64_t record, uint16_t instance) {
-    TBytes e((0x1A + 2 * name.size() + 7) & ~size_t{7}, 0);
-    Put32(e, 0, type);
-    Put16(e, 4, static_cast<uint16_t>(e.size()));
-    e[6] = static_cast<uint8_t>(name.size());
-    e[7] = 0x1A;
-    Put64(e, 8, vcn);
-    Put64(e, 0x10, record);
-    Put16(e, 0x18, instance);
-    for (size_t i = 0; i < name.size(); ++i) Put16(e, 0x1A + 2 * i, name[i]);
-    return e;
-}
-
-// The records of a file whose non-resident attribute `type` named `name`
-// (three clusters from `lcn`) is split as Windows splits a large $SDS, $I30
-// or $R: the first extent in the base record, the others in extension
-// records `first` (VCN 1) and `second` (VCN 2, named first in the list for
-// its unnamed $DATA, so that extents placed by record would be misplaced),
-// each under the instance number of its own record (3 in the base record,
-// 0 in both others). `vcnOfFirst` and `instanceOfFirst` damage the extent in
-// `first` or the list entry naming it.
-struct TSplitRecords {
-    TBytes Base, First, Second;
-};
-inline TSplitRecords SplitAttribute(uint64_t base, uint64_t first, uint64_t second, const TBytes& fileName,
-                                    uint32_t type, const std::u16string& name, uint64_t lcn,
-                                    const std::vector<TBytes>& baseExtra, uint64_t vcnOfFirst = 1,
-                                    uint16_t instanceOfFirst = 0) {
-    constexpr uint64_t kCluster = CSynthVolume::kCluster;
-    constexpr uint64_t kSequence = uint64_t{1} << 48;  // every record here has sequence number 1
-    auto extent = [&](uint64_t vcn, uint64_t at, uint16_t instance) {
-        const TBytes run = {0x21, 1, static_cast<uint8_t>(at), static_cast<uint8_t>(at >> 8)};
-        TBytes a = vcn == 0 ? NonResidentAttr(type, run, 0, 3 * kCluster, 3 * kCluster, 3 * kCluster, name, instance)
-                            : NonResidentAttr(type, run, vcn, 0, 0, 0, name, instance);
-        Put64(a, 0x18, vcn);  // highest VCN: one cluster each
-        return a;
-    };
-    TBytes list;
-    for (const TBytes& e : {ListEntry(0x10, u"", 0, base | kSequence, 0), ListEntry(0x30, u"", 0, base | kSequence, 2),
-                            ListEntry(0x80, u"", 0, second | kSequence, 1), ListEntry(type, name, 0, base | kSequence, 3),
-                            ListEntry(type, name, 1, first | kSequence, instanceOfFirst),
-                            ListEntry(type, name, 2, second | kSequence, 0)})
-        list.insert(list.end(), e.begin(), e.end());
-    for (size_t i = 0; i < baseExtra.size(); ++i) {
-        const TBytes& x = baseExtra[i];
-        const uint32_t extraType = x[0] | x[1] << 8 | x[2] << 16 | static_cast<uint32_t>(x[3]) << 24;
-        const TBytes e = ListEntry(extraType, u"", 0, base | kSequence, static_cast<uint16_t>(4 + i));
-        list.insert(list.end(), e.begin(), e.end());
-    }
-    TBytes si(0x48, 0);
-    Put32(si, 0x34, 0x100);
-    std::vector<TBytes> attributes = {ResidentAttr(0x10, si, u"", 0), ResidentAttr(0x20, list, u"", 1),
-                                      ResidentAttr(0x30, fileName, u"", 2), extent(0, lcn, 3)};
-    for (size_t i = 0; i < baseExtra.size(); ++i) {
-        attributes.push_back(baseExtra[i]);
-        Put16(attributes.back(), 0x0E, static_cast<uint16_t>(4 + i));
-    }
-    TSplitRecords out{FileRecord(attributes), FileRecord({extent(vcnOfFirst, lcn + 1, 0)}),
-                      FileRecord({ResidentAttr(0x80, {'x'}, u"", 1), extent(2, lcn + 2, 0)})};
-    for (TBytes* r : {&out.Base, &out.First, &out.Second}) Put16(*r, 0x10, 1);
-    Put64(out.First, 0x20, base | kSequence);
-    Put64(out.Second, 0x20, base | kSequence);
-    return out;
 }
 
 }  // namespace ngitest::fast

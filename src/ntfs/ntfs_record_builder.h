@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,13 @@ inline void Put32(TBytes& b, size_t at, uint32_t v) {
 inline void Put64(TBytes& b, size_t at, uint64_t v) {
     Put32(b, at, static_cast<uint32_t>(v));
     Put32(b, at + 4, static_cast<uint32_t>(v >> 32));
+}
+
+// The parts one after another.
+inline TBytes Cat(const std::vector<TBytes>& parts) {
+    TBytes all;
+    for (const TBytes& p : parts) all.insert(all.end(), p.begin(), p.end());
+    return all;
 }
 
 // A boot sector: the geometry bytes and the $MFT's first cluster.
@@ -98,6 +106,21 @@ inline TBytes FileNameValue(uint64_t parent, const std::u16string& name, uint8_t
     return v;
 }
 
+// One $ATTRIBUTE_LIST entry.
+inline TBytes ListEntry(uint32_t type, uint64_t record, const std::u16string& name = {}, uint64_t vcn = 0,
+                       uint16_t instance = 0) {
+    TBytes e((0x1A + 2 * name.size() + 7) & ~size_t{7}, 0);
+    Put32(e, 0, type);
+    Put16(e, 4, static_cast<uint16_t>(e.size()));
+    e[6] = static_cast<uint8_t>(name.size());
+    e[7] = 0x1A;
+    Put64(e, 8, vcn);
+    Put64(e, 0x10, record);
+    Put16(e, 0x18, instance);
+    for (size_t i = 0; i < name.size(); ++i) Put16(e, 0x1A + 2 * i, name[i]);
+    return e;
+}
+
 // A file record of `size` bytes with the attributes in order and the end
 // marker; an update sequence array of size / 512 + 1 elements (check word
 // 0x0001) already applied, as on disk.
@@ -112,6 +135,7 @@ inline TBytes FileRecord(const std::vector<TBytes>& attributes, uint32_t size = 
     Put16(r, 0x16, flags);
     size_t at = first;
     for (const TBytes& a : attributes) {
+        if (at + a.size() + 8 > size) throw std::length_error("the attributes do not fit the record");
         std::copy(a.begin(), a.end(), r.begin() + static_cast<std::ptrdiff_t>(at));
         at += a.size();
     }

@@ -13,7 +13,10 @@
 #include <string>
 #include <vector>
 
+#include <gtest/gtest.h>
+
 #include "base/utf.h"
+#include "ntfs/ntfs_index.h"
 #include "ntfs/ntfs_volume.h"
 #include "platform/file.h"
 #include "testing/temp_dir.h"
@@ -85,7 +88,6 @@ struct TImageTestName {
 struct TFlsLine {
     std::string Path;
     uint64_t Inode = 0;
-    uint32_t Type = 0;  // the attribute type of the inode field
     bool Directory = false, Stream = false, FileNameLine = false;
     uint64_t Size = 0;
     int64_t Mtime = 0;
@@ -106,8 +108,6 @@ inline std::vector<TFlsLine> ListFls(const std::filesystem::path& image) {
             e.Path.resize(e.Path.size() - suffix.size()), e.FileNameLine = true;
         const size_t colon = e.Path.find(':', e.Path.rfind('/'));
         if (colon != std::string::npos) e.Path.resize(colon), e.Stream = true;
-        const size_t dash = f[2].find('-');
-        if (dash != std::string::npos) e.Type = static_cast<uint32_t>(std::stoul(f[2].substr(dash + 1)));
         e.Directory = f[3].rfind("d/", 0) == 0;
         e.Size = std::stoull(f[6]);
         e.Mtime = std::stoll(f[8]);
@@ -137,14 +137,6 @@ inline TIstatSecurity IstatSecurity(const std::filesystem::path& image, uint64_t
     const size_t close = out.find(')', open == std::string::npos ? at : open);
     if (open != std::string::npos && open < end && close < end) s.Owner = out.substr(open + 1, close - open - 1);
     return s;
-}
-
-// Copies a file over another. The target goes first: the Windows build's
-// standard library takes an existing target for the source itself (Windows
-// gives files no inode numbers to tell them apart) and refuses to overwrite.
-inline void CopyImage(const std::filesystem::path& from, const std::filesystem::path& to) {
-    std::filesystem::remove(to);
-    std::filesystem::copy_file(from, to);
 }
 
 // Decompresses a .gz image into a sparse file; false when that failed.
@@ -199,5 +191,38 @@ private:
     platform::CHandle m_Handle;
     std::unique_ptr<indexer::fast_ntfs_indexer::CNtfsVolume> m_Volume;
 };
+
+// Expects `f` to throw a CExc whose text holds `part`.
+template <class F>
+void ExpectExc(F&& f, const std::string& part) {
+    try {
+        f();
+        ADD_FAILURE() << "no exception, expected one with: " << part;
+    } catch (const CExc& e) {
+        const std::string text = util::Utf16ToUtf8(e.GetDescription());
+        EXPECT_NE(text.find(part), std::string::npos) << text;
+    }
+}
+
+// Every $I30 entry of a folder but DOS-only names, in walk order: (name, record).
+inline std::vector<std::pair<std::u16string, uint64_t>> FolderEntries(
+    indexer::fast_ntfs_indexer::CNtfsVolume& volume, uint64_t frn) {
+    using namespace indexer::fast_ntfs_indexer;
+    std::vector<uint8_t> record(volume.GetVolumeGeometry().FileRecordSize);
+    volume.GetFileRecord(frn, record.data(), 1);
+    std::vector<std::pair<std::u16string, uint64_t>> entries;
+    CNtfsIndex(&volume).ParseIndexFileRecord_Process(
+        record.data(), frn, u"$I30",
+        [&](const TIndexEntryView& e, uint64_t, uint64_t) -> uint8_t {
+            const uint8_t* key = e.Key();
+            if ((key[kFnNamespace] & 3) == 2) return 1;
+            std::u16string name(key[kFnNameLength], u'\0');
+            for (size_t i = 0; i < name.size(); ++i) name[i] = static_cast<char16_t>(Le16(key + kFnName + 2 * i));
+            entries.push_back({name, e.FileReference() & kFrnMask});
+            return 1;
+        },
+        0, 0);
+    return entries;
+}
 
 }  // namespace ngitest::ntfs
