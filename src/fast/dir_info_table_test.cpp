@@ -39,7 +39,9 @@ TEST(DirInfoTable, AgreesWithAMap) {
             const TDirInfo* got = table.Get(key);
             const auto want = oracle.find(key);
             ASSERT_EQ(got != nullptr, want != oracle.end()) << "key " << key;
-            if (got) ASSERT_EQ(got->DirId, want->second) << "key " << key;
+            if (got) {
+                ASSERT_EQ(got->DirId, want->second) << "key " << key;
+            }
         }
         // Outside the range: nothing stored, nothing found.
         for (const uint64_t outside : {low + range + 1, low - 1}) {
