@@ -120,39 +120,5 @@ TEST_F(RecorderTest, UnusableTempFolderFallsBackToTheInProcessGenerator) {
     EXPECT_NE(dynamic_cast<win32::legacy_dump_gen_t*>(gen.get()), nullptr);
 }
 
-#if !defined(_WIN32)  // the POSIX build of the recorder and POSIX paths
-// The recorder program's own argument checks, run as the indexer runs it.
-TEST_F(RecorderTest, RecorderRejectsBadArguments) {
-    // The image the program carries, written out as a plain program file.
-    const std::u16string recorder = dir.Path(u"NorvaDumpRecorder");
-    {
-        platform::CHandle file = platform::ProgramFileCreate(recorder);
-        ASSERT_TRUE(file.IsValid());
-        const auto image = DumpRecorderImage();
-        uint32_t done = 0;
-        ASSERT_TRUE(platform::FileWrite(file.Get(), image.data(), static_cast<uint32_t>(image.size()), &done));
-    }
-    const std::pair<std::u16string, uint32_t> cases[] = {
-        {u"1 2 3", 101},
-        {u"1 0 3 0 20 \"/tmp\" \"x\" extra", 101},
-        {u"abc 0 3 0 20 \"/tmp\" \"x\"", 102},
-        {u"1 0 3 0 20 \"\" \"x\"", 102},
-        {u"1 0 3 0 20 \"/tmp\" \"\"", 102},
-        {u"1 0 3 0 20 \"" + dir.Path(u"no/such") + u"\" \"x\"", 103},
-        {u"1 0x0 3 0 20 \"/tmp\" \"" + std::u16string(250, u'n') + u"\"", 105},
-    };
-    for (const auto& [args, code] : cases) {
-        platform::TChildProcess process;
-        ASSERT_TRUE(platform::ProcessStart(recorder, platform::kInvalidHandle,
-                                           u"\"" + recorder + u"\" " + args, process))
-            << util::Utf16ToUtf8(args);
-        ASSERT_TRUE(platform::ProcessWait(process));
-        uint32_t exit = 0;
-        ASSERT_TRUE(platform::ProcessGetExitCode(process, &exit));
-        EXPECT_EQ(exit, code) << util::Utf16ToUtf8(args);
-    }
-}
-#endif
-
 }  // namespace
 }  // namespace crash

@@ -155,13 +155,6 @@ void CFileLogWriter::WriteLine(int32_t level, const CLog& log, int32_t depth,
     }
 }
 
-CSimpleFileLogWriter::CSimpleFileLogWriter(std::u16string fileName, bool showThreadId)
-    : CFileLogWriter(showThreadId), m_Name(std::move(fileName)) {}
-
-void CSimpleFileLogWriter::GetFileName(std::u16string& name) { name = m_Name; }
-
-bool CSimpleFileLogWriter::IsNewFileNeeded() { return false; }
-
 CDailyFileLogWriter::CDailyFileLogWriter(std::u16string folder, std::u16string baseName,
                                          bool showThreadId)
     : CFileLogWriter(showThreadId), m_Folder(std::move(folder)), m_BaseName(std::move(baseName)) {}

@@ -86,17 +86,6 @@ private:
     diag::TLogClock m_Clock;
 };
 
-// One fixed file. Nothing in the program constructs it; tests do.
-class CSimpleFileLogWriter : public CFileLogWriter {
-public:
-    CSimpleFileLogWriter(std::u16string fileName, bool showThreadId);
-    void GetFileName(std::u16string& name) override;
-    bool IsNewFileNeeded() override;
-
-private:
-    std::u16string m_Name;
-};
-
 // One file a calendar day: "<folder>\<baseName>_DDMMYYYY.log". The day
 // changes when the local date (with its day of the week) differs from the
 // stored one, so the first line opens the file.

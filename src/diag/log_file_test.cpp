@@ -132,17 +132,6 @@ TEST_F(CDailyFixture, UnopenableFileDropsLinesQuietly) {
     EXPECT_EQ(name, u"");
 }
 
-TEST(SimpleFileLogWriter, OneFixedFile) {
-    ngitest::CTempDir dir;
-    CLog log;
-    auto writer = std::make_shared<CSimpleFileLogWriter>(dir.Path(u"sub/fixed.log"), true);
-    log.SetWriter(writer);
-    log.Error(u"x");
-    const std::u16string text = FromUtf16Le(dir.ReadFile("sub/fixed.log"));
-    EXPECT_EQ(text.substr(0, 1), u"\uFEFF");
-    EXPECT_NE(text.find(u"  ERR     x\r\n"), std::u16string::npos);
-}
-
 // Old files with last write times one apart, oldest first.
 void MakeOldLogs(const ngitest::CTempDir& dir, int count) {
     const auto base = fs::file_time_type::clock::now() - std::chrono::hours(24 * 365);
