@@ -20,10 +20,7 @@ using indexer::GetVolumeFileSystemType;
 class CFakeDevice : public indexer::IBootSectorSource {
 public:
     CFakeDevice(uint32_t sectorSize, std::string bytes) : m_SectorSize(sectorSize), m_Bytes(std::move(bytes)) {}
-    bool SeekToStart() override {
-        ++m_Seeks;
-        return true;
-    }
+    bool SeekToStart() override { return ++m_Seeks > 0; }
     bool Read(void* buffer, uint32_t size, uint32_t* done) override {
         m_Sizes.push_back(size);
         if (size % m_SectorSize != 0) {
