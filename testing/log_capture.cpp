@@ -16,11 +16,7 @@ CLogCapture::~CLogCapture() {
     GetLog().RestoreLogging();
 }
 
-bool CLogCapture::Contains(std::u16string_view text) const {
-    for (const auto& line : m_Writer->m_Lines)
-        if (line.text.find(text) != std::u16string::npos) return true;
-    return false;
-}
+bool CLogCapture::Contains(std::u16string_view text) const { return Count(text) > 0; }
 
 size_t CLogCapture::Count(std::u16string_view text) const {
     size_t count = 0;

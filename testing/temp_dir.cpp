@@ -11,9 +11,8 @@ CTempDir::CTempDir() {
     static std::atomic<unsigned> counter{0};
     const auto now = std::chrono::steady_clock::now().time_since_epoch().count();
     for (int attempt = 0; attempt < 100; ++attempt) {
-        std::filesystem::path p = std::filesystem::temp_directory_path() /
-                                  ("ngi-test-" + std::to_string(now) + "-" +
-                                   std::to_string(counter++));
+        const auto p = std::filesystem::temp_directory_path() /
+                       ("ngi-test-" + std::to_string(now) + "-" + std::to_string(counter++));
         std::error_code ec;
         if (std::filesystem::create_directory(p, ec)) {
             m_Path = p;

@@ -83,19 +83,18 @@ TEST(CrashInLog, ProcessEndsWithADumpAndTheNextRunStarts) {
         const pid_t child = fork();
         if (child == 0) RunChild(dir.Path(u"logs"), otherThread);
         int status = 0;
-        while (waitpid(child, &status, WNOHANG) == 0 && Clock::now() - start < std::chrono::seconds(60))
+        while (waitpid(child, &status, WNOHANG) == 0 && Clock::now() - start < std::chrono::seconds(10))
             usleep(10000);
-        const double seconds = std::chrono::duration<double>(Clock::now() - start).count();
-        if (seconds >= 60 && kill(child, SIGKILL) == 0) waitpid(child, &status, 0);
-        EXPECT_LT(seconds, 10.0);
-        ASSERT_TRUE(WIFSIGNALED(status)) << "exit status " << status;
-        EXPECT_EQ(WTERMSIG(status), SIGSEGV);
-
+        if (kill(child, SIGKILL) == 0) {
+            waitpid(child, &status, 0);
+            ADD_FAILURE() << "still running after 10 s";
+        }
+        ASSERT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGSEGV) << "wait status " << status;
         std::string log;
         for (const auto& e : fs::directory_iterator(logs))
             if (e.path().filename().string().starts_with("NorvaGuestIndexer_")) log += runtest::TextOf(e.path());
-        EXPECT_NE(log.find("Before the crash."), std::string::npos) << log;
-        EXPECT_NE(log.find("Crash handlers were successfully executed."), std::string::npos) << log;
+        for (const char* line : {"Before the crash.", "Crash handlers were successfully executed."})
+            EXPECT_NE(log.find(line), std::string::npos) << log;
         // Where process tracing is forbidden the dump fails with this line
         // (docs/crash-dumps.md); the rest must hold all the same.
         const bool traced = log.find("MiniDumpWriteDump() function call has failed.") == std::string::npos;
@@ -104,8 +103,8 @@ TEST(CrashInLog, ProcessEndsWithADumpAndTheNextRunStarts) {
 
         // The single-instance mutex went with the process: the program gets
         // past it to its command line.
-        auto next = ngitest::RunProgram("\"" + ngitest::ProgramBeside("NorvaGuestIndexer") + "\"");
-        EXPECT_EQ(next.err, "Error: Parameters not found.\n");
+        EXPECT_EQ(ngitest::RunProgram("\"" + ngitest::ProgramBeside("NorvaGuestIndexer") + "\"").err,
+                  "Error: Parameters not found.\n");
         platform::UnsetEnvVar(u"NGI_LOCK_DIR");
     }
     if (untraced) GTEST_SKIP() << "process tracing is not permitted here: no dump was written";

@@ -1,12 +1,11 @@
 // The built program's answers before any volume is touched: the command
-// line, the single-instance mutex and the catch-all of the entry point; what
-// goes to standard output (the usage), standard error and the log.
+// line and the single-instance mutex; what goes to standard output (the
+// usage), standard error and the log.
 #include <gtest/gtest.h>
 
 #include "app/entry.h"
 #include "app/run_test_env.h"
 #include "platform/process.h"
-#include "testing/build_kind.h"
 #include "testing/run_program.h"
 
 namespace {
@@ -39,7 +38,6 @@ TEST_F(CProgramFixture, RunsRefusedBeforeTheirStart) {
     } cases[] = {
         {"", "", true, "Error: Parameters not found.\n"},
         {"-log a -log b out", "", false, "Error: Command line already has key: [log].\n"},
-        {"out1 out2", "", true, "Wrong command line: Unexpected parameters in the command line.\n"},
         {"-log " + Path("logs"), "", true, "Wrong command line: Command line error: Additional argument expected.\n"},
         // The lock file cannot be made: the system's text, and nothing else
         // touched (the log is not set up yet).
@@ -68,24 +66,6 @@ TEST_F(CProgramFixture, SecondInstanceIsRefused) {
     EXPECT_EQ(r.exitCode, 1);
     EXPECT_EQ(r.err, "Error: Other instance of indexer detected.\n");
     EXPECT_FALSE(fs::exists(dir.Native() / "logs"));  // nothing else touched
-}
-
-// An exception that is not a CExc reaches the entry point's catch-all.
-// Provoked as a machine short of memory would: under an address-space limit
-// the registry file, read whole, cannot be held (64 MiB, the most the reader
-// takes, as a hole). The same limit with a small registry gets past that
-// point, so the program had room to start.
-TEST_F(CProgramFixture, ExceptionThatIsNotACExc) {
-    if (ngitest::kSanitizedBuild) GTEST_SKIP() << "the sanitizers cannot start under an address-space limit";
-    dir.WriteFile("small.reg", "Windows Registry Editor Version 5.00\r\n");
-    dir.WriteFile("big.reg", "Windows Registry Editor Version 5.00\r\n");
-    fs::resize_file(dir.Native() / "big.reg", 64 * 1024 * 1024);
-    const std::string limit = "ulimit -v 98304; ";  // KiB: the program takes about 45 MiB to start
-    auto control = Exec("-opt yes " + Path("out"), limit + "NGI_REGISTRY_FILE=" + Path("small.reg") + " ");
-    ASSERT_EQ(control.err.find("Unhandled exception"), std::string::npos) << control.err;
-    auto r = Exec("-opt yes " + Path("out"), limit + "NGI_REGISTRY_FILE=" + Path("big.reg") + " ");
-    EXPECT_EQ(r.exitCode, 1);
-    EXPECT_EQ(r.err, "Error: Unhandled exception.\n");
 }
 
 }  // namespace

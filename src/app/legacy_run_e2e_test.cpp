@@ -3,24 +3,14 @@
 // folder volume that the volume table calls ReFS, walked.
 #include <gmock/gmock.h>
 
-#include "app/legacy_run.h"
 #include "app/run_test_env.h"
-#include "legacy/legacy_indexers.h"
 #include "ntfs/ntfs_test_util.h"
-#include "testing/log_capture.h"
 
 namespace {
 
 using namespace runtest;
 using ::testing::HasSubstr;
 using ::testing::Not;
-
-std::map<std::string, std::string> OutputFiles(const fs::path& folder) {
-    std::map<std::string, std::string> files;
-    if (!fs::exists(folder)) return files;
-    for (const auto& e : fs::directory_iterator(folder)) files[e.path().filename().string()] = ReadBytes(e.path());
-    return files;
-}
 
 // An instance whose C: is the legacy image (an empty folder for its live
 // tree) and whose D: is a folder the table calls ReFS.
@@ -96,64 +86,6 @@ TEST_F(LegacyRun, DiffersFromTheOptimizedRunOnlyAsTheTwoReadersDiffer) {
         if (line.starts_with("F manylinks\\")) expected.insert(line);
     EXPECT_EQ(onlyOptimized, expected);
     EXPECT_EQ(expected.size(), 4u + 60u);
-}
-
-// Killed at several moments, the run leaves either nothing under a final
-// name or the complete file; the next run sweeps the temporary tables and
-// writes exactly what an uninterrupted run writes.
-TEST_F(LegacyRun, AKilledRunLeavesNoPartialFileAndTheNextRunRedoesIt) {
-    for (int file = 0; file < 9000; ++file)
-        walktest::WriteFile(m_Run.Root() / "d/bulk" / ("dir" + std::to_string(file / 300)) / std::to_string(file), 2);
-    ASSERT_EQ(m_Run.Run("", m_Run.Root() / "ref"), 0) << m_Run.Output();
-    const auto reference = OutputFiles(m_Run.Root() / "ref");
-    ASSERT_EQ(reference.size(), 3u);
-    int killed = 0;
-    for (const char* delay : {"0.005", "0.01", "0.02", "0.04", "0.06", "0.09"}) {
-        // --foreground: timeout kills the program alone and reaps it, so its
-        // lock is released before the next run starts.
-        m_Run.Launcher = std::string("timeout --foreground -s KILL ") + delay;
-        killed += m_Run.Run() != 0;
-        for (const auto& [name, bytes] : OutputFiles(m_Run.Out())) {
-            if (name.starts_with("ifd") && name.ends_with(".tmp")) continue;  // swept by the next run
-            ASSERT_TRUE(reference.count(name)) << name << " after a kill at " << delay;
-            EXPECT_EQ(bytes, reference.at(name)) << name << " is partial after a kill at " << delay;
-        }
-    }
-    m_Run.Launcher.clear();
-    ASSERT_EQ(m_Run.Run(), 0) << m_Run.Output();
-    EXPECT_EQ(OutputFiles(m_Run.Out()), reference);
-    std::cout << "killed runs: " << killed << " of 6\n";
-}
-
-// A volume that the enumeration took for NTFS and that is something else
-// when its turn comes fails alone; the run goes on and ends normally.
-class CChangingVolumes : public platform::CVolumeTable {
-public:
-    using CVolumeTable::CVolumeTable;
-    bool GetVolumeInformation(std::u16string_view rootPath, platform::TVolumeInformation& info, uint32_t labelLength,
-                              uint32_t nameLength) override {
-        if (!CVolumeTable::GetVolumeInformation(rootPath, info, labelLength, nameLength)) return false;
-        if (info.fileSystemName == u"NTFS" && m_Asked++ > 0) info.fileSystemName = u"FAT32";
-        return true;
-    }
-    int m_Asked = 0;
-};
-
-TEST(LegacyRunVolumes, AnotherFileSystemFailsThatVolumeAlone) {
-    ngitest::CTempDir live, out;
-    live.WriteFile("doc.txt", "abc");
-    auto walked = walktest::Volume(u"C:", walktest::kVolC, live.Native());
-    walked.fileSystem = u"ReFS";
-    auto changing = walktest::Volume(u"D:", walktest::kVolD, live.Native());
-    changing.fileSystem = u"NTFS";
-    walktest::CTestVolumes system({walked, changing});
-    CChangingVolumes volumes({walked, changing}, {});
-    ngitest::CLogCapture log;
-    indexer::IndexLegacyVolumes(out.Path(), indexer::legacy::CLegacyFilter({u"c:\\", u"d:\\"}, {}), volumes);
-    EXPECT_TRUE(log.Contains(u"Unexpected file system '1' for volume 'D:\\'."));
-    // Nothing of the failed volume stays behind.
-    EXPECT_EQ(OutputFiles(out.Native()).size(), 2u);  // volume.C.ifd, summary.txt
-    EXPECT_EQ(TextOf(out.Native() / "summary.txt"), "volume.C=volume.C.ifd");
 }
 
 }  // namespace

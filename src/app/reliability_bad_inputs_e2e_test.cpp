@@ -53,7 +53,6 @@ TEST(ReliabilityBadInputs, FilterFiles) {
     for (int i = 0; i < 5000; ++i) deep += "\\d";
     RunCases({
         {"empty exclude file", Put(exc, ""), 0, {}},
-        {"exclude file of only the mark", Put(exc, "\xFF\xFE"), 0, {}},
         {"odd size", Put(inc, Utf16("C:\\data\r\n") + "x"), 1, {nonUnicode}},
         {"UTF-8 text of odd length", Put(inc, "C:\\data\r\n"), 1, {nonUnicode}},
         {"over 10 MiB", Put(inc, "", 0xA00002), 1, {"Size of NorvaGuestIndexer.filter is too big (10485762 bytes)"}},
@@ -72,8 +71,6 @@ TEST(ReliabilityBadInputs, SnapshotMapping) {
     const std::string cannotLoad = "Cannot load the specified XML file: [";
     RunCases({
         {"empty", Put(xml, ""), 1, {cannotLoad}},
-        {"truncated element", Put(xml, "<ShadowsList><Shadow>"), 1, {cannotLoad}},
-        {"binary bytes", Put(xml, std::string("\x00\xFF\x01<", 4) + std::string(999, '\x80')), 1, {cannotLoad}},
         {"20 MB of blanks", Put(xml, std::string(20000000, ' ')), 1, {cannotLoad}},
         {"other root", Put(xml, "<Shadows><Shadow/></Shadows>"), 1,
          {"There is no child nodes with name [ShadowsList]."}},
@@ -91,16 +88,14 @@ TEST(ReliabilityBadInputs, SnapshotMapping) {
 // A damaged summary.txt (and a .old beside it) of an earlier run is replaced
 // by the new one, whatever it holds.
 TEST(ReliabilityBadInputs, OldSummaryInTheOutputFolder) {
-    const auto both = [](const std::string& bytes) {
-        return [bytes](CInstance& run) {
-            Put("out/summary.txt", bytes)(run);
-            Put("out/summary.txt.old", bytes)(run);
-        };
-    };
+    const std::string odd("\xFF\xFEk\x00=", 5);
     RunCases({
-        {"binary bytes", Put("out/summary.txt", std::string("\xFF\xFE\x00\xD8garbage\x00", 12)), 0, {}},
-        {"odd size with a .old", both("\xFF\xFEk\x00="), 0, {}},
-        {"line of a million characters", both(std::string(1000000, 'k') + "=v\n"), 0, {}},
+        {"odd size with a .old",
+         [&](CInstance& run) {
+             Put("out/summary.txt", odd)(run);
+             Put("out/summary.txt.old", odd)(run);
+         },
+         0, {}},
         {"over the meta-file limit", Put("out/summary.txt", "x", 0x20000001), 0, {}},
     });
 }

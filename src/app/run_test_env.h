@@ -10,7 +10,6 @@
 #include <filesystem>
 #include <fstream>
 #include <map>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -29,9 +28,7 @@ inline constexpr char kGuidD[] = "0000000d-0000-0000-0000-00000000000d";
 
 inline std::string ReadBytes(const fs::path& path) {
     std::ifstream in(path, std::ios::binary);
-    std::stringstream s;
-    s << in.rdbuf();
-    return s.str();
+    return {std::istreambuf_iterator<char>(in), {}};
 }
 
 inline void WriteBytes(const fs::path& path, const std::string& bytes) {
@@ -80,11 +77,6 @@ inline Lines Rows(const fs::path& file) {
 
 // "\\?\Volume{<id>}\" of a test volume.
 inline std::string VolumeName(const std::string& id) { return "\\\\?\\Volume{" + id + "}\\"; }
-
-inline void Link(const std::string& target, const fs::path& at) {
-    fs::create_directories(at.parent_path());
-    ASSERT_EQ(::symlink(target.c_str(), at.c_str()), 0) << at;
-}
 
 struct TVolume {
     std::string mountPoint;  // "C:"

@@ -63,8 +63,6 @@ TEST(SetupMistakes, EachIsNamedByOneWarningAndTheRunIsAsTheInputsSay) {
          {"Shadow [@ROOT@/gone] of volume [c:] cannot be opened (The system cannot find the file specified); "
           "the volume's indexing fails."},
          1, {"no index"}},
-        {"filters cover nothing", [](CInstance& r) { r.Filters({}, {}); },
-         {"The filters cover no volume; nothing is indexed."}, 0, {"no index"}},
         {"registry value of another type",
          [](CInstance& r) {
              std::ofstream(r.Root() / "registry.reg", std::ios::app)

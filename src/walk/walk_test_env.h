@@ -55,7 +55,7 @@ inline std::string U8(std::u16string_view text) { return util::Utf16ToUtf8(text)
 //   "D <path>"                         a directory (the root is "D ")
 //   "F <path> <size>"                  a file
 //   "R <parent path>|<name>|<substitute>" a reparse point
-inline std::set<std::string> DecodeIndex(std::u16string_view file, bool withSizes = true) {
+inline std::set<std::string> DecodeIndex(std::u16string_view file) {
     indexer::CIndexBaseReader reader;
     reader.Open(file);
     reader.PrepareIdIndexes();
@@ -64,9 +64,7 @@ inline std::set<std::string> DecodeIndex(std::u16string_view file, bool withSize
         lines.insert("D " + U8(reader.GetDirPath(id)));
     reader.ForEachFile([&](uint64_t, uint64_t, const rec::CFileRecord& f) {
         std::u16string parent = reader.GetDirPath(f.m_ParentId);
-        std::string line = "F " + U8(parent.empty() ? f.m_Name : parent + u"\\" + f.m_Name);
-        if (withSizes) line += " " + std::to_string(f.m_Size);
-        lines.insert(line);
+        lines.insert("F " + U8(parent.empty() ? f.m_Name : parent + u"\\" + f.m_Name) + " " + std::to_string(f.m_Size));
     });
     reader.ForEachReparse([&](uint64_t, const rec::CReparseRecord& r) {
         lines.insert("R " + U8(reader.GetDirPath(r.m_ParentId)) + "|" + U8(r.m_Name) + "|" +
