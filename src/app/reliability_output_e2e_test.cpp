@@ -88,7 +88,9 @@ TEST(ReliabilityOutput, AFullOrReadOnlyFolderFailsAndKeepsTheEarlierGoodFiles) {
     EXPECT_NE(run.Output().find("Error: "), std::string::npos) << run.Output();
     // What the earlier run left is neither damaged nor half replaced.
     EXPECT_EQ(ReadBytes(c), index);
-    if (fs::exists(sum)) EXPECT_EQ(ReadBytes(sum), summary);
+    if (fs::exists(sum)) {
+        EXPECT_EQ(ReadBytes(sum), summary);
+    }
     EXPECT_EQ(TempFiles(run.Out()), std::vector<std::string>{});
     if (!out.Mounted()) fs::permissions(run.Out(), fs::perms::owner_all, fs::perm_options::add);
 }
