@@ -44,14 +44,6 @@ TEST_F(CLogFixture, MessagesAreCutAtLineEnds) {
     EXPECT_EQ(Texts(), (std::vector<std::u16string>{u"one", u"two", u"three", u"a", u"", u"b", u""}));
 }
 
-TEST_F(CLogFixture, DepthNeverBelowZero) {
-    log.DecDepth();
-    log.DecDepth();
-    EXPECT_EQ(log.GetDepth(), 0);
-    log.IncDepth();
-    EXPECT_EQ(log.GetDepth(), 1);
-}
-
 TEST_F(CLogFixture, ExceptionLinesOneStepDeeper) {
     CExc e(u"deep cause");
     e.AddContext(u"middle\r\nof two lines");
