@@ -3,14 +3,12 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cctype>
 #include <filesystem>
 
 #include "base/utf.h"
 #include "diag/crash_handler.h"
 #include "diag/dump_recorder_image.h"
 #include "diag/log.h"
-#include "testing/log_capture.h"
 #include "testing/temp_dir.h"
 
 namespace crash {
@@ -33,10 +31,6 @@ TEST(GetDumpTypeTest, MaskFirstThenModeName) {
         EXPECT_EQ(GetDumpType(c.mask, c.name), c.expected) << util::Utf16ToUtf8(c.name);
 }
 
-TEST(RecorderExitCodeTest, UnknownCodesGiveTheirNumber) {
-    EXPECT_EQ(util::Utf16ToUtf8(RecorderFailure(7).GetDescription()), "Dump generator process failed with 7: 7");
-}
-
 class RecorderTest : public ::testing::Test {
 protected:
     void SetUp() override { settings.tempFolder = dir.Path(u"tmp"); }
@@ -55,16 +49,9 @@ TEST_F(RecorderTest, CommandLineCarriesProcessInfoTypeLimitFolderAndName) {
     platform::TCrashInfo info;
     info.threadId = 4321;
     const std::string recorder = util::Utf16ToUtf8(gen.GetRecorderPath());
-    // "NorvaDumpRecorder{XXXXXXXX-XXXX-4XXX-YXXX-XXXXXXXXXXXX}", upper-case hex
-    const size_t at = recorder.find("NorvaDumpRecorder{");
-    ASSERT_NE(at, std::string::npos) << recorder;
-    const std::string guid = recorder.substr(at + 17);
-    ASSERT_EQ(guid.size(), 38u) << guid;
-    for (size_t i = 1; i < 37; ++i) {
-        const bool dash = i == 9 || i == 14 || i == 19 || i == 24;
-        EXPECT_TRUE(dash ? guid[i] == '-' : std::isxdigit(guid[i]) && !std::islower(guid[i])) << guid;
-    }
-    EXPECT_EQ(guid[15], '4') << "version 4";
+    // A version 4 GUID in upper-case hex.
+    EXPECT_THAT(recorder, ::testing::MatchesRegex(".*NorvaDumpRecorder\\{[0-9A-F]{8}-[0-9A-F]{4}-4[0-9A-F]{3}-"
+                                                  "[0-9A-F]{4}-[0-9A-F]{12}\\}"));
     EXPECT_EQ(util::Utf16ToUtf8(gen.BuildCommandLine(u"", u"Indexer", info)),
               "\"" + recorder + "\" " + std::to_string(platform::DuplicateCurrentProcess()) + " " +
                   std::to_string(reinterpret_cast<uintptr_t>(&info)) + " 4321 137479 20 \".\" \"Indexer_crash_\"");
@@ -103,14 +90,11 @@ TEST_F(RecorderTest, ExitCode106WhenTheDumpFileCannotBeCreated) {
 }
 
 TEST_F(RecorderTest, UnusableTempFolderFallsBackToTheInProcessGenerator) {
-    ngitest::CLogCapture log;
     dir.WriteFile("file", "x");
     settings.tempFolder = dir.Path(u"file/tmp");
     settings.outOfProcDumpGen = 1;
     auto gen = ChooseDumpGenerator(settings, DumpRecorderImage());
     EXPECT_NE(dynamic_cast<win32::minidump_gen_t*>(gen.get()), nullptr);
-    EXPECT_TRUE(log.Contains(u"Failed to create out-of-process dump generator"));
-    EXPECT_TRUE(log.Contains(u"Failed to create dump recorder file: "));
 
     settings.tempFolder = dir.Path(u"tmp");
     gen = ChooseDumpGenerator(settings, DumpRecorderImage());

@@ -24,7 +24,6 @@ struct CLogFixture : ::testing::Test {
 TEST_F(CLogFixture, ThresholdAndNoWriter) {
     CLog silent;
     EXPECT_FALSE(silent.IsEnabled(LogError));  // no writer: nothing is enabled
-    EXPECT_EQ(log.GetLevel(), LogDetail);
     log.SetLevel(LogWarning);
     log.Info(u"hidden");
     log.Warning(u"shown %1", u"w");
@@ -42,14 +41,6 @@ TEST_F(CLogFixture, MessagesAreCutAtLineEnds) {
     log.Detail(u"a\n\nb");
     log.Detail(u"");
     EXPECT_EQ(Texts(), (std::vector<std::u16string>{u"one", u"two", u"three", u"a", u"", u"b", u""}));
-}
-
-TEST_F(CLogFixture, DepthNeverBelowZero) {
-    log.DecDepth();
-    log.DecDepth();
-    EXPECT_EQ(log.GetDepth(), 0);
-    log.IncDepth();
-    EXPECT_EQ(log.GetDepth(), 1);
 }
 
 TEST_F(CLogFixture, ExceptionLinesOneStepDeeper) {

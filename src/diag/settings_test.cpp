@@ -16,9 +16,6 @@ TEST(Settings, DefaultsWithoutKeyOrValues) {
     EXPECT_FALSE(settings::IsOutOfProcDumpGen());
     EXPECT_EQ(settings::GetMiniDumpModeMask(), 0u);
     EXPECT_EQ(settings::GetSqlTempLogPath(), u"");
-
-    registry.Set("[HKEY_LOCAL_MACHINE\\SOFTWARE\\NorvA\\Norva Archive and Mirror]\n");
-    EXPECT_TRUE(settings::IsSkipReparsePointUNC());
 }
 
 TEST(Settings, ValuesReadInAnyCase) {

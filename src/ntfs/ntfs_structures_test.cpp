@@ -82,21 +82,6 @@ TEST(NtfsAttributeWalk, DamagedHeadersFailNamingTheRecord) {
     }
 }
 
-TEST(NtfsAttributeWalk, NoEndMarkerFailsUnlessBoundedByBytesInUse) {
-    TBytes r = FileRecord({ResidentAttr(0x10, TBytes(8, 0))});
-    const size_t first = Le16(r.data() + kRecFirstAttribute);
-    // Two attributes fill the rest of the record: no end marker.
-    Put32(r, first, 0x40);
-    Put32(r, first + 4, 16);
-    Put32(r, first + 16, 0x40);
-    Put32(r, first + 20, static_cast<uint32_t>(r.size() - first - 16));
-    ExpectExc([&] { ForEachAttribute(r.data(), r.size(), 7, kNoLimit, [](const CAttrHeader&) { return true; }); },
-              "File record FRN=0x0000000000000007 is corrupted: the attribute list of the record has no end marker");
-    size_t seen = 0;
-    ForEachAttribute(r.data(), r.size(), 7, first + 16, [&](const CAttrHeader&) { return ++seen, true; });
-    EXPECT_EQ(seen, 1u);
-}
-
 // Decodes mapping pairs given as bytes, with 4096-byte clusters.
 CAttrHeader Runs(TBytes& record, const TBytes& pairs) {
     record = FileRecord({NonResidentAttr(0x80, pairs, 0, 0, 0, 0)});

@@ -102,18 +102,6 @@ TEST_F(NtfsSynthetic, MftExtentsInAnExtensionRecordAreJoined) {
     EXPECT_THROW(V().GetFileRecord(4, r.data(), 1), CExc);  // the bit decides
 }
 
-// The table ends with the $MFT stream, not with its runs or its bitmap: a
-// record behind the stream whose bit is set is no record.
-TEST_F(NtfsSynthetic, LastRecordOfTheStreamIsDeliveredAndNoneBehindIt) {
-    Open(BuildImage({.mftBytes = 9 * 1024}));
-    EXPECT_EQ(V().GetFileRecordCount(), 9u);
-    TBytes r(1024);
-    EXPECT_EQ(V().GetFileRecord(6, r.data(), 0), 8u);
-    EXPECT_EQ(V().GetFileRecord(9, r.data(), 0), 9u);
-    EXPECT_EQ(V().GetFileRecordWithoutExistTest(10, r.data()), 0);
-    EXPECT_THROW(V().GetFileRecord(10, r.data(), 1), CExc);
-}
-
 // The lookup by name takes a key's name length only where the name fits the
 // key: one character more fails.
 TEST_F(NtfsSynthetic, LookupFindsKeysIgnoringCaseAndRefusesANamePastItsKey) {
