@@ -38,11 +38,4 @@ TEST(CaseTest, AsciiLowerLeavesOtherLettersAlone) {
     EXPECT_EQ(util::AsciiLower(u"C:\\\u00c4BCZ"), u"c:\\\u00c4bcz");
 }
 
-TEST(CaseTest, UpperCaseIsIdempotent) {
-    for (uint32_t c = 0; c <= 0xFFFF; ++c) {
-        const char16_t up = util::ToUpperChar(static_cast<char16_t>(c));
-        ASSERT_EQ(util::ToUpperChar(up), up) << std::hex << c;
-    }
-}
-
 }  // namespace

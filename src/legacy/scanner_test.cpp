@@ -115,10 +115,9 @@ public:
         a.insert(a.end(), more.begin(), more.end());
         Volume->Records[frn] = FileRecord(a, kRecordSize, kDirectory);
     }
-    void File(uint64_t frn, uint64_t parent, const std::u16string& name, uint32_t securityId = 0x100,
-              size_t size = 3) {
+    void File(uint64_t frn, uint64_t parent, const std::u16string& name, uint32_t securityId = 0x100) {
         Volume->Records[frn] = FileRecord(
-            {ResidentAttr(0x10, StandardInformation(1000 + frn, securityId)), Name(parent, name), Data(size)},
+            {ResidentAttr(0x10, StandardInformation(1000 + frn, securityId)), Name(parent, name), Data(3)},
             kRecordSize, kInUse);
     }
 
@@ -188,8 +187,7 @@ TEST(Scanner, OneRowPerRecordUnderTheLastNameAndDosNamesPassedOver) {
     s.Volume->Records[30] = FileRecord({ResidentAttr(0x10, StandardInformation(1, 0)), Name(20, u"first.txt", 1),
                                         Name(21, u"LAST~1.TXT", 2), Name(21, u"last.txt", 0), Data(5)},
                                        kRecordSize, kInUse);
-    // A record whose only name is a DOS name has no name: its row comes
-    // with an empty one (logged), which the table sink drops.
+    // A DOS name alone is no name: an empty one (logged), dropped by the table sink.
     s.Volume->Records[31] = FileRecord({ResidentAttr(0x10, StandardInformation(1, 0)), Name(5, u"DOS~1.TXT", 2)},
                                        kRecordSize, kInUse);
     const TRows rows = s.Run();
@@ -198,26 +196,28 @@ TEST(Scanner, OneRowPerRecordUnderTheLastNameAndDosNamesPassedOver) {
 }
 
 TEST(Scanner, FilesBelowALinksTargetAreReportedAgainUnderTheLink) {
-    struct TCase {
-        std::vector<std::string> include;
-        std::vector<std::string> files;
-    } cases[] = {
+    const std::tuple<std::string, bool, std::vector<std::string>> cases[] = {
         // Both paths pass: the file twice, the second time under the link's
         // own folders, made as the link's path goes down.
-        {{"c:\\"}, {"x.txt@2#0", "x.txt@4#0"}},
+        {"c:\\", false, {"x.txt@2#0", "x.txt@4#0"}},
+        {"c:\\", true, {"x.txt@2#0", "x.txt@4#0"}},  // the link's data read from its runs
         // Only the link's path passes: once, under the link.
-        {{"c:\\link\\"}, {"x.txt@2#0"}},
+        {"c:\\link\\", false, {"x.txt@2#0"}},
         // Only the target passes: once, where it lies.
-        {{"c:\\target\\"}, {"x.txt@2#0"}},
+        {"c:\\target\\", false, {"x.txt@2#0"}},
     };
-    for (const auto& c : cases) {
+    for (const auto& [include, nonResident, files] : cases) {
         CScan s;
         s.Dir(20, 5, u"target");
         s.Dir(21, 20, u"Sub");
-        s.Dir(22, 5, u"link", {ResidentAttr(0xC0, Junction(u"\\??\\C:\\Target"))});
+        const TBytes data = Junction(u"\\??\\C:\\Target");
+        std::copy(data.begin(), data.end(), s.Volume->Disk.begin() + 5 * kCluster);
+        s.Dir(22, 5, u"link",
+              {nonResident ? NonResidentAttr(0xC0, {0x11, 0x01, 0x05}, 0, 4096, data.size(), data.size())
+                           : ResidentAttr(0xC0, data)});
         s.File(30, 21, u"x.txt");
-        s.Include = c.include;
-        EXPECT_EQ(s.Run().Files, c.files) << c.include[0];
+        s.Include = {include};
+        EXPECT_EQ(s.Run().Files, files) << include;
     }
 }
 
@@ -274,16 +274,6 @@ TEST(Scanner, AttributeListLeadsToTheDataOfAnExtensionRecord) {
         // A named stream listed first hides the unnamed one: size 0.
         EXPECT_THAT(rows.Sizes, ElementsAre(namedFirst ? 0u : 3000u));
     }
-}
-
-TEST(Scanner, NonResidentJunctionIsReadFromItsRuns) {
-    CScan s;
-    const TBytes data = Junction(u"\\??\\C:\\target");
-    std::copy(data.begin(), data.end(), s.Volume->Disk.begin() + 5 * kCluster);
-    s.Dir(20, 5, u"target");
-    s.Dir(22, 5, u"link", {NonResidentAttr(0xC0, {0x11, 0x01, 0x05}, 0, 4096, data.size(), data.size())});
-    s.File(30, 20, u"x.txt");
-    EXPECT_THAT(s.Run().Files, ElementsAre("x.txt@1#0", "x.txt@2#0"));
 }
 
 TEST(Scanner, DamagedVolumesEndInAnExceptionNotALoop) {
