@@ -53,7 +53,10 @@ public:
         std::copy(it->second.begin(), it->second.end(), out + 12);
         return true;
     }
-    bool Seek(int64_t position) override { return position >= 0 && (Position = uint64_t(position), true); }
+    bool Seek(int64_t position) override {
+        Position = static_cast<uint64_t>(position);
+        return position >= 0;
+    }
     bool Read(uint8_t* buffer, uint32_t size, uint32_t& done) override {
         done = 0;
         if (Position + size > Disk.size()) return true;
