@@ -41,38 +41,24 @@ for base, dirs, files in os.walk(root, topdown=False):
         os.utime(os.path.join(base, name), (1600000000, 1600000000 + len(name)))
 )PY";
 
-class CLoopVolume {
-public:
-    // Makes the volume (mkntfs with `sectorSize`), fills it and attaches it.
-    CLoopVolume(const ngitest::CTempDir& dir, uint32_t sectorSize) {
-        const std::string s = std::to_string(sectorSize);
-        m_Image = dir.Native() / ("ntfs-" + s + ".img");
-        const fs::path mnt = dir.Native() / ("mnt-" + s);
+// A volume made by mkntfs with `sectorSize`, filled, attached as a loop
+// device of that sector size, detached at the end.
+struct TLoopVolume {
+    TLoopVolume(const ngitest::CTempDir& dir, uint32_t sectorSize) {
+        const std::string s = std::to_string(sectorSize), image = Quote(dir.Native() / ("ntfs-" + s + ".img"));
+        const fs::path mnt = dir.Native() / ("mnt-" + s), script = dir.Native() / "fill.py";
         fs::create_directories(mnt);
-        const std::string script = (dir.Native() / "fill.py").string();
         std::ofstream(script) << kFill;
-        const std::string cmd = "truncate -s 40M " + Quote(m_Image) + " && mkntfs -F -q -Q -s " + s + " -c 4096 " +
-                                Quote(m_Image) + " >/dev/null 2>&1 && ntfs-3g " + Quote(m_Image) + " " +
-                                Quote(mnt) + " && python3 " + script + " " + Quote(mnt) + "; sync; umount " +
-                                Quote(mnt) + " && losetup --find --show --direct-io=on --sector-size " + s + " " +
-                                Quote(m_Image) + " 2>/dev/null";
-        m_Device = RunCommand(cmd);
-        while (!m_Device.empty() && m_Device.back() == '\n') m_Device.pop_back();
+        Device = RunCommand("truncate -s 40M " + image + " && mkntfs -F -q -Q -s " + s + " -c 4096 " + image +
+                            " >/dev/null 2>&1 && ntfs-3g " + image + " " + Quote(mnt) + " && python3 " +
+                            Quote(script) + " " + Quote(mnt) + "; sync; umount " + Quote(mnt) +
+                            " && losetup --find --show --direct-io=on --sector-size " + s + " " + image + " 2>/dev/null");
+        while (!Device.empty() && Device.back() == '\n') Device.pop_back();
     }
-    ~CLoopVolume() {
-        if (!m_Device.empty()) RunCommand("losetup -d " + m_Device);
+    ~TLoopVolume() {
+        if (!Device.empty()) RunCommand("losetup -d " + Device);
     }
-    const std::string& Device() const { return m_Device; }
-
-private:
-    fs::path m_Image;
-    std::string m_Device;
-};
-
-struct TResult {
-    TIndexContent Content;
-    uint32_t Alignment = 0;
-    std::u16string Log;
+    std::string Device;
 };
 
 TResult Index(const std::string& device, const ngitest::CTempDir& out) {
@@ -99,12 +85,12 @@ TEST(Volume4Kn, IndexesAsTheSameFilesOn512ByteSectors) {
         if (!ngitest::ntfs::HaveTool(tool)) GTEST_SKIP() << tool << " missing";
     if (geteuid() != 0 || !fs::exists("/dev/fuse")) GTEST_SKIP() << "needs root and FUSE";
     ngitest::CTempDir dir;
-    CLoopVolume v4096(dir, 4096), v512(dir, 512);
-    if (v4096.Device().empty() || v512.Device().empty()) GTEST_SKIP() << "no loop device could be made";
+    TLoopVolume v4096(dir, 4096), v512(dir, 512);
+    if (v4096.Device.empty() || v512.Device.empty()) GTEST_SKIP() << "no loop device could be made";
 
     ngitest::CTempDir out4096, out512;
-    const TResult r4096 = Index(v4096.Device(), out4096);
-    const TResult r512 = Index(v512.Device(), out512);
+    const TResult r4096 = Index(v4096.Device, out4096);
+    const TResult r512 = Index(v512.Device, out512);
     EXPECT_EQ(r4096.Alignment, 4096u);
     EXPECT_EQ(r512.Alignment, 512u);
     // Three refused rounds, then the fourth.
