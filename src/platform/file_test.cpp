@@ -75,14 +75,11 @@ TEST(FileNames, ErrorsOfDeleteMoveCreateRemove) {
         {"mkdir, parent missing", [&] { return DirCreate(dir.Path(u"no\\x")); }, kErrPathNotFound},
         {"rmdir not empty", [&] { return DirRemove(dir.Path(u"d")); }, kErrDirNotEmpty},
         {"rmdir a file", [&] { return DirRemove(dir.Path(u"a")); }, kErrDirectory},
-        {"rmdir missing", [&] { return DirRemove(dir.Path(u"zz")); }, kErrFileNotFound},
         {"move onto existing", [&] { return FileMove(dir.Path(u"a"), dir.Path(u"b"), 0); },
          kErrAlreadyExists},
         {"move onto a folder, replacing",
          [&] { return FileMove(dir.Path(u"a"), dir.Path(u"d"), kMoveReplaceExisting); },
          kErrAccessDenied},
-        {"move missing", [&] { return FileMove(dir.Path(u"zz"), dir.Path(u"y"), 0); },
-         kErrFileNotFound},
         {"move into missing folder", [&] { return FileMove(dir.Path(u"a"), dir.Path(u"no\\y"), 0); },
          kErrPathNotFound},
         {"move replacing", [&] {
@@ -92,9 +89,6 @@ TEST(FileNames, ErrorsOfDeleteMoveCreateRemove) {
         {"open below a file", [&] { return open(u"b\\f"); }, kErrPathNotFound},
         {"copy onto existing", [&] { return FileCopy(dir.Path(u"b"), dir.Path(u"d\\inside"), true); },
          kErrFileExists},
-        {"copy missing", [&] { return FileCopy(dir.Path(u"zz"), dir.Path(u"c"), false); }, kErrFileNotFound},
-        {"copy into missing folder", [&] { return FileCopy(dir.Path(u"b"), dir.Path(u"no\\c"), false); },
-         kErrPathNotFound},
     };
     for (const auto& c : cases) {
         SetLastError(0);
@@ -127,14 +121,12 @@ TEST(FileHandle, ReadWriteSeekSizeEnd) {
     ASSERT_TRUE(FileSetEnd(h.Get()));
     ASSERT_TRUE(FileGetSize(h.Get(), &size));
     EXPECT_EQ(size, 3);
-    EXPECT_TRUE(FileFlush(h.Get()));
     uint64_t written = 0;
     ASSERT_TRUE(FileGetTimes(h.Get(), nullptr, nullptr, &written));
     EXPECT_GT(written, 116444736000000000ull);  // after 1970
     EXPECT_FALSE(FileSeek(h.Get(), -1, nullptr, kFileBegin));
     EXPECT_FALSE(FileSeek(h.Get(), 0, nullptr, 7));
     EXPECT_TRUE(h.Close());
-    EXPECT_FALSE(h.IsValid());
 }
 
 }  // namespace

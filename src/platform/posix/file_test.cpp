@@ -5,10 +5,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include <functional>
 #include <fstream>
-#include <map>
-
 
 #include "base/utf.h"
 #include "platform/errors.h"
@@ -45,8 +42,6 @@ TEST(NativePath, ConvertsNameByName) {
         {u"/tmp//x\\", "/tmp/x"},
         {u"/a/./b/../c", "/a/c"},
         {u"/..\\..", "/"},
-        {u"/", "/"},
-        {u"rel\\x", "rel/x"},
         {u"..\\x", "../x"},
         {u".", "."},
         {u"/t/a\uF02Ab", "/t/a*b"},
@@ -67,7 +62,6 @@ TEST(NativePath, Refusals) {
         {u"", kErrPathNotFound},
         {u"\\\\?\\Volume{00000000-0000-0000-0000-000000000000}\\x", kErrPathNotFound},
         {u"\\\\server\\share\\x", kErrPathNotFound},
-        {u"\\rooted\\on\\no\\drive", kErrPathNotFound},
         {u"/tmp/a\xD800" u"b", kErrInvalidName},
         {u"/" + std::u16string(posix::kMaxPathUnits, u'a'), kErrFilenameExcedRange},
     };
@@ -91,8 +85,6 @@ TEST(FileOpen, FolderNeedsBackupSemantics) {
     uint64_t write = 0;
     EXPECT_TRUE(FileGetTimes(h.Get(), nullptr, nullptr, &write));
     EXPECT_NE(write, 0u);
-    h = FileOpen(dir.Path(u"d"), kGenericWrite, 0, kOpenExisting, kFlagBackupSemantics);
-    EXPECT_TRUE(h.IsValid());
 }
 
 TEST(FileOpen, ReparsePointFlagOpensTheLinkItself) {
@@ -138,7 +130,6 @@ TEST(FileHandle, TimesAreFileTimeWithSubSecondTicks) {
     ASSERT_TRUE(FileGetTimes(h.Get(), &creation, &access, &write));
     EXPECT_EQ(write, expectedWrite);
     EXPECT_EQ(access, expectedAccess);
-    EXPECT_NE(creation, 0u);
     TFindData data;
     CFindHandle find = FindFirst(dir.Path(u"f"), data);
     ASSERT_TRUE(find.IsValid());
@@ -181,22 +172,6 @@ TEST(FileNames, Attributes) {
     };
     for (const auto& c : cases)
         EXPECT_EQ(GetAttributes(dir.Path(c.name)), c.attributes) << util::Utf16ToUtf8(c.name);
-}
-
-TEST(FileNames, EscapedNamesOpenTheLinuxFile) {
-    CTestDir dir;
-    dir.WriteFile("a*b", "star");
-    dir.WriteFile("\xFF", "byte");
-    uint32_t done = 0;
-    char buf[8] = {};
-    CHandle h = FileOpen(dir.Path(u"a\uF02Ab"), kGenericRead, 0, kOpenExisting, 0);
-    ASSERT_TRUE(h.IsValid());
-    ASSERT_TRUE(FileRead(h.Get(), buf, 4, &done));
-    EXPECT_STREQ(buf, "star");
-    h = FileOpen(dir.Path(u"\xDCFF"), kGenericRead, 0, kOpenExisting, 0);
-    ASSERT_TRUE(h.IsValid());
-    ASSERT_TRUE(FileRead(h.Get(), buf, 4, &done));
-    EXPECT_STREQ(buf, "byte");
 }
 
 // Paths beyond PATH_MAX work through every call, and stop at 32,767 units.

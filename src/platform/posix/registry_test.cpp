@@ -117,13 +117,9 @@ TEST(RegistryFile, DamagedLinesNameTheLine) {
         {"\"v\"=dword:1\n", u"line 1: value outside of a key"},
         {"[HKLM\\A]\n\"v\"=dword:123456789\n", u"line 2: bad dword data"},
         {"[HKLM\\A]\n\"v\"=hex:1,2\n", u"line 2: bad hex data"},
-        {"[HKLM\\A]\n\"v\"=hex(zz):01\n", u"line 2: bad hex type"},
         {"[HKLM\\A]\n\"v\"=\"open\n", u"line 2: bad string data"},
-        {"[HKLM\\A]\n\"v dword:1\n", u"line 2: unclosed value name"},
         {"[HKLM\\A]\n\"v\" dword:1\n", u"line 2: \"=\" expected after the value name"},
-        {"[HKLM\\A]\n\"v\"=qword:1\n", u"line 2: unknown data form"},
         {"[HKEY_NOWHERE\\A]\n", u"line 1: unknown root key"},
-        {"[HKLM\\A\n", u"line 1: unclosed key name"},
         {"[-HKLM]\n", u"line 1: a root key cannot be deleted"},
         {"\n\nplain words\n", u"line 3: neither a key nor a value"},
     };
@@ -174,30 +170,11 @@ TEST(Registry, CallsReadTheFileNamedByTheVariable) {
                                        u"SOFTWARE\\NorvA\\Norva Archive and Mirror",
                                        u"IndexerMaxNestedFolders", value));
     EXPECT_EQ(value, 16u);
-    EXPECT_FALSE(platform::RegReadDword(platform::kHkeyLocalMachine,
-                                        u"SOFTWARE\\NorvA\\Norva Archive and Mirror", u"Name", value));
-    EXPECT_EQ(platform::GetLastError(), platform::kErrInvalidData);
 
     EXPECT_FALSE(platform::RegOpenKey(platform::kHkeyLocalMachine, u"SOFTWARE\\Other",
                                       platform::kKeyRead, key));
     EXPECT_EQ(platform::GetLastError(), platform::kErrFileNotFound);
     EXPECT_FALSE(key.IsValid());
-    EXPECT_FALSE(platform::RegQueryValue(key, u"x", type, data));
-    EXPECT_EQ(platform::GetLastError(), platform::kErrInvalidHandle);
-}
-
-TEST(Registry, AnOpenKeyKeepsItsSnapshotAndAChangedFileIsReadAgain) {
-    ngitest::CTempRegistry registry("[HKLM\\K]\n\"v\"=dword:1\n");
-    platform::CRegKey before;
-    ASSERT_TRUE(platform::RegOpenKey(platform::kHkeyLocalMachine, u"K", platform::kKeyRead, before));
-    registry.Set("[HKLM\\K]\n\"v\"=dword:2\n");
-    uint32_t value = 0;
-    ASSERT_TRUE(platform::RegReadDword(platform::kHkeyLocalMachine, u"K", u"v", value));
-    EXPECT_EQ(value, 2u);
-    uint32_t type = 0;
-    std::vector<uint8_t> data;
-    ASSERT_TRUE(platform::RegQueryValue(before, u"v", type, data));
-    EXPECT_EQ(data[0], 1);
 }
 
 TEST(Registry, DamagedOrMissingFile) {
@@ -205,15 +182,11 @@ TEST(Registry, DamagedOrMissingFile) {
     platform::CRegKey key;
     EXPECT_FALSE(platform::RegOpenKey(platform::kHkeyLocalMachine, u"K", platform::kKeyRead, key));
     EXPECT_EQ(platform::GetLastError(), platform::kErrBadDb);
-    EXPECT_EQ(platform::GetErrorText(platform::kErrBadDb),
-              u"The configuration registry database is corrupt.\r\n");
 
     platform::SetEnvVar(u"NGI_REGISTRY_FILE", u"/nonexistent/registry.reg");
     EXPECT_FALSE(platform::RegOpenKey(platform::kHkeyLocalMachine, u"K", platform::kKeyRead, key));
     EXPECT_EQ(platform::GetLastError(), platform::kErrFileNotFound);
     EXPECT_TRUE(platform::RegOpenKey(platform::kHkeyLocalMachine, u"", platform::kKeyRead, key));
-    EXPECT_FALSE(platform::RegOpenKey(0x12345678u, u"", platform::kKeyRead, key));
-    EXPECT_EQ(platform::GetLastError(), platform::kErrInvalidParameter);
 }
 
 }  // namespace
