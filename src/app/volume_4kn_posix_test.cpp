@@ -61,6 +61,12 @@ struct TLoopVolume {
     std::string Device;
 };
 
+struct TResult {
+    TIndexContent Content;
+    uint32_t Alignment = 0;
+    std::u16string Log;
+};
+
 TResult Index(const std::string& device, const ngitest::CTempDir& out) {
     TResult r;
     ngitest::CLogCapture capture;
