@@ -25,16 +25,16 @@ public:
         if (!m_Json) m_Out << "type,path,size,mtime,owner_sid,owner_account,target\n";
         // Each owner's two fields, quoted once for all its files.
         for (uint64_t id = 0; id < index.GetOwnerCount(); ++id) {
-            std::string sid, account;
-            AppendUtf8(sid, index.Owner(id)->sid);
-            AppendUtf8(account, index.Owner(id)->account);
             std::string fields;
             if (m_Json) {
                 fields = ",\"owner_sid\":";
-                AppendJson(fields, sid);
+                AppendJson(fields, index.Owner(id)->sid);
                 fields += ",\"owner_account\":";
-                AppendJson(fields, account);
+                AppendJson(fields, index.Owner(id)->account);
             } else {
+                std::string sid, account;
+                AppendUtf8(sid, index.Owner(id)->sid);
+                AppendUtf8(account, index.Owner(id)->account);
                 AppendCsv(fields, sid);
                 fields += ',';
                 AppendCsv(fields, account);
@@ -46,14 +46,12 @@ public:
 
     void Write(const TRow& row) {
         m_Line.clear();
-        m_Text.clear();
-        AppendUtf8(m_Text, row.path);
         const std::string& owner = row.owner < m_OwnerFields.size() ? m_OwnerFields[row.owner] : m_NoOwner;
         if (m_Json) {
             m_Line += "{\"type\":\"";
             m_Line += row.type;
             m_Line += "\",\"path\":";
-            AppendJson(m_Line, m_Text);
+            AppendJson(m_Line, row.path);
             if (row.hasFileFields) {
                 m_Line += ",\"size\":";
                 AppendNumber(m_Line, row.size);
@@ -63,15 +61,15 @@ public:
                 m_Line += owner;
             }
             if (!row.target.empty()) {
-                m_Text.clear();
-                AppendUtf8(m_Text, row.target);
                 m_Line += ",\"target\":";
-                AppendJson(m_Line, m_Text);
+                AppendJson(m_Line, row.target);
             }
             m_Line += "}\n";
         } else {
             m_Line += row.type;
             m_Line += ',';
+            m_Text.clear();
+            AppendUtf8(m_Text, row.path);
             AppendCsv(m_Line, m_Text);
             m_Line += ',';
             if (row.hasFileFields) {

@@ -57,7 +57,7 @@ TBounds ParseBounds(const TArgs& args) {
 
 int RunFind(const TArgs& args, TContext& ctx) {
     const TBounds bounds = ParseBounds(args);
-    const std::u16string pattern = util::Utf8ToUtf16(args.positional[1]);
+    const std::u16string pattern = util::Wtf8ToUtf16(args.positional[1]);
     const bool onPath = pattern.find(u'\\') != std::u16string::npos;
     const CGlob glob(pattern);
     // The file rows' stream opens before the folders load (see CVolumeIndex).

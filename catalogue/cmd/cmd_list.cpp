@@ -143,7 +143,7 @@ void PrintTree(CTextOut& out, const CVolumeIndex& index, const std::map<uint64_t
 
 // The folder asked for, or the failed look-up's message (exit 1).
 bool FindTop(const CVolumeIndex& index, const TArgs& args, TContext& ctx, uint64_t& top) {
-    const std::u16string path = args.positional.size() > 1 ? util::Utf8ToUtf16(args.positional[1]) : u"\\";
+    const std::u16string path = args.positional.size() > 1 ? util::Wtf8ToUtf16(args.positional[1]) : u"\\";
     const auto found = index.FindDir(path);
     if (!found) {
         ctx.err << "ngi-catalogue: no folder '" << path << "' in " << args.positional[0] << "\n";

@@ -55,13 +55,13 @@ std::unique_ptr<IConnection> OpenDb(const TArgs& args, bool create) {
 int RunSearch(const TArgs& args, TContext& ctx) {
     const auto db = OpenDb(args);
     CCatalogue catalogue(*db);
-    return WriteVersions(catalogue.Search(util::Utf8ToUtf16(args.positional[0]), FilterArgs(args)), args, ctx);
+    return WriteVersions(catalogue.Search(util::Wtf8ToUtf16(args.positional[0]), FilterArgs(args)), args, ctx);
 }
 
 int RunVersions(const TArgs& args, TContext& ctx) {
     const auto db = OpenDb(args);
     CCatalogue catalogue(*db);
-    const auto list = catalogue.Versions(util::Utf8ToUtf16(args.positional[0]), FilterArgs(args));
+    const auto list = catalogue.Versions(util::Wtf8ToUtf16(args.positional[0]), FilterArgs(args));
     if (list.empty()) ctx.err << "ngi-catalogue versions: no entry " << args.positional[0] << " in the catalogue\n";
     return WriteVersions(list, args, ctx);
 }
@@ -70,7 +70,7 @@ int RunLsAt(const TArgs& args, TContext& ctx) {
     if (args.positional.size() > 1) throw CUsageError("ls --at takes one PATH");
     const auto db = OpenDb(args);
     CCatalogue catalogue(*db);
-    const std::u16string path = args.positional.empty() ? u"\\" : util::Utf8ToUtf16(args.positional[0]);
+    const std::u16string path = args.positional.empty() ? u"\\" : util::Wtf8ToUtf16(args.positional[0]);
     const auto list = catalogue.Ls(path, PointArg(args, "at"), TextArg(args, "volume"));
     if (args.Has("json")) {
         for (const auto& v : list) WriteVersionJson(ctx.out, v);

@@ -117,7 +117,7 @@ std::vector<TPointInfo> CCatalogue::Points(const std::optional<std::u16string>& 
 }
 
 std::string CCatalogue::_RowSql(const std::string& where) const {
-    return "SELECT v.volume, v.folder, v.name, v.kind, v.first, v.last, v.size, v.modified, v.owner, v.target, n.name "
+    return "SELECT v.volume, v.folder, v.name, v.kind, v.first, v.last, v.size, v.modified, v.owner, v.target, n.name, n.exact "
            "FROM versions v JOIN names n ON n.id = v.name WHERE " +
            where;
 }
@@ -134,7 +134,7 @@ CCatalogue::TRow CCatalogue::_ReadRow(IStatement& s) const {
     row.modified = static_cast<uint64_t>(s.Int(7));
     row.owner = s.Int(8);
     if (!s.IsNull(9)) row.target = util::Utf8ToUtf16(s.Text(9));
-    row.nameText = util::Utf8ToUtf16(s.Text(10));
+    row.nameText = StoredName(s, 10);
     return row;
 }
 
@@ -152,7 +152,8 @@ std::u16string CCatalogue::_FolderPath(int64_t folder) {
     // folder whose path is known, then filled in on the way back.
     std::vector<std::pair<int64_t, std::u16string>> chain;
     if (!m_FolderUp)
-        m_FolderUp = m_Db.Prepare("SELECT f.parent, n.name FROM folders f LEFT JOIN names n ON n.id = f.name WHERE f.id = ?");
+        m_FolderUp = m_Db.Prepare("SELECT f.parent, n.name, n.exact FROM folders f LEFT JOIN names n ON n.id = f.name "
+                                    "WHERE f.id = ?");
     IStatement* up = m_FolderUp.get();
     int64_t at = folder;
     std::u16string path;
@@ -168,7 +169,7 @@ std::u16string CCatalogue::_FolderPath(int64_t folder) {
             m_FolderPaths[at] = path = u"";
             break;
         }
-        chain.emplace_back(at, util::Utf8ToUtf16(up->Text(1)));
+        chain.emplace_back(at, StoredName(*up, 1));
         at = up->Int(0);
     }
     for (auto it = chain.rbegin(); it != chain.rend(); ++it) m_FolderPaths[it->first] = path = Joined(path, it->second);
@@ -282,10 +283,10 @@ std::vector<TVersion> CCatalogue::Search(std::u16string_view pattern, const TSea
             candidates = m_Db.Prepare(DialectSql(m_Db.Dialect()).namesHolding);
             candidates->Bind(1, NamesHoldingQuery(m_Db, plan.Piece()));
         } else {
-            candidates = m_Db.Prepare("SELECT id, name FROM names");
+            candidates = m_Db.Prepare("SELECT id, name, exact FROM names");
         }
         while (candidates->Step()) {
-            const std::u16string name = util::Utf8ToUtf16(candidates->Text(1));
+            const std::u16string name = StoredName(*candidates, 1);
             if (plan.MatchesPath() ? util::ToUpper(name).find(plan.Piece()) != std::u16string::npos : plan.Match(name))
                 names.push_back(candidates->Int(0));
         }
@@ -308,7 +309,8 @@ std::vector<int64_t> CCatalogue::_Folders(int64_t volume, const std::vector<std:
         if (root->Step()) at.push_back(root->Int(0));
     }
     auto children =
-        m_Db.Prepare("SELECT f.id, n.name FROM folders f JOIN names n ON n.id = f.name WHERE f.volume = ? AND f.parent = ?");
+        m_Db.Prepare("SELECT f.id, n.name, n.exact FROM folders f JOIN names n ON n.id = f.name "
+                     "WHERE f.volume = ? AND f.parent = ?");
     for (const auto& name : names) {
         std::vector<int64_t> next;
         for (int64_t folder : at) {
@@ -316,7 +318,7 @@ std::vector<int64_t> CCatalogue::_Folders(int64_t volume, const std::vector<std:
             children->Bind(1, volume);
             children->Bind(2, folder);
             while (children->Step())
-                if (SameFolded(util::Utf8ToUtf16(children->Text(1)), name)) next.push_back(children->Int(0));
+                if (SameFolded(StoredName(*children, 1), name)) next.push_back(children->Int(0));
         }
         at = std::move(next);
     }

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 
+#include "base/exc.h"
 #include "catalogue/db/catalogue_db.h"
 #include "catalogue/model/values.h"
 #include "catalogue/testing/catalogue_test_util.h"
@@ -169,6 +170,31 @@ TEST_F(CatalogueDb, VersionsGrowWithChangeAndForgetDropsWhatOnlyItHeld) {
         backEnd->Expect({"ingest", m_One.Dir(), "--machine", "pc-01", "--taken", "2026-02-01"}, 0);
         const TRun back = backEnd->Expect({"changes", "--from", "2", "--to", "4"}, 0);
         EXPECT_NE(back.out.find("# 2 added, 2 removed, 3 changed"), std::string::npos) << back.out;
+    }
+}
+
+// A catalogue made before names were kept exactly is upgraded by the first
+// command that may write to it; the read-only server refuses it until then.
+TEST_F(CatalogueDb, AnOlderSchemaIsUpgradedInPlace) {
+    for (const auto& backEnd : BackEnds()) {
+        {
+            auto db = catalogue::OpenDatabase(backEnd->db);
+            db->Exec("ALTER TABLE names DROP COLUMN exact");
+            db->Exec("UPDATE meta SET value = '1' WHERE key = 'schema_version'");
+        }
+        try {
+            catalogue::OpenDatabaseReadOnly(backEnd->db);
+            ADD_FAILURE() << "a schema 1 catalogue opened read-only";
+        } catch (const CExc& e) {
+            EXPECT_NE(util::Utf16ToUtf8(e.GetMessages().at(0)).find("holds catalogue schema 1, older than"),
+                      std::string::npos);
+        }
+        backEnd->Expect({"ingest", m_Two.Dir(), "--machine", "pc-01", "--taken", "2026-01-07"}, 0);
+        auto db = catalogue::OpenDatabaseReadOnly(backEnd->db);
+        auto version = db->Prepare("SELECT value FROM meta WHERE key = 'schema_version'");
+        ASSERT_TRUE(version->Step());
+        EXPECT_EQ(version->Text(0), "2");
+        EXPECT_NE(backEnd->Expect({"versions", "\\Windows\\notepad.exe"}, 0).out.find("points 1-3"), std::string::npos);
     }
 }
 

@@ -124,7 +124,7 @@ private:
                                "INSERT INTO versions(volume, folder, name, kind, first, last, size, modified, owner, "
                                "target) VALUES",
                                10, 256, " ON CONFLICT DO NOTHING"};
-    CBatchInsert m_NewNames{m_Db, m_Sql.insertName, m_Db.Dialect() == EDialect::kPostgres ? 4 : 3};
+    CBatchInsert m_NewNames{m_Db, m_Sql.insertName, m_Db.Dialect() == EDialect::kPostgres ? 5 : 4};
     CBatchInsert m_NewFolders{m_Db, "INSERT INTO folders(id, volume, parent, name) VALUES", 4};
     std::unique_ptr<IStatement> m_FindName, m_CloseVersion,
         m_ReopenVersion, m_AddOwner;
@@ -220,9 +220,9 @@ void CIngest::_LoadHashes() {
 }
 
 void CIngest::_LoadAllNames() {
-    auto names = m_Db.Prepare("SELECT id, name FROM names");
+    auto names = m_Db.Prepare("SELECT id, name, exact FROM names");
     while (names->Step()) {
-        const std::u16string name = util::Utf8ToUtf16(names->Text(1));
+        const std::u16string name = StoredName(*names, 1);
         m_Names.Add(name, CNameIds::Hash(name), names->Int(0));
     }
     m_AllNames = true;
@@ -426,32 +426,29 @@ void CIngest::_Close(int64_t volume, const TKey& key, const TStanding& v, int64_
 }
 
 int64_t CIngest::_Name(std::u16string_view name) {
-    // Names are stored in UTF-8, where a lone surrogate becomes U+FFFD: such
-    // a name is looked up as stored, so that it is the same name at the next
-    // ingest, when it comes from the database.
-    std::u16string stored;
-    if (std::any_of(name.begin(), name.end(), [](char16_t c) { return c >= 0xD800 && c <= 0xDFFF; })) {
-        stored = util::Utf8ToUtf16(Utf8(name));
-        name = stored;
-    }
     const uint64_t known = CNameIds::Hash(name);
     if (const int64_t id = m_Names.Find(name, known)) return id;
+    // The hash is of the UTF-8 column, where damaged names that differ only
+    // in their lone surrogates are alike: the exact column tells them apart.
     std::string utf8 = Utf8(name);
+    std::string exact = ExactName(name);
     const int32_t hash = NameHash(utf8);
     int64_t id = 0;
     if (!m_AllNames && (!m_HashesLoaded || std::binary_search(m_Hashes.begin(), m_Hashes.end(), hash))) {
-        auto& find = _Stmt(m_FindName, "SELECT id, name FROM names WHERE hash = ?");
+        auto& find = _Stmt(m_FindName, "SELECT id, name, exact FROM names WHERE hash = ?");
         find->Bind(1, int64_t{hash});
         while (id == 0 && find->Step())
-            if (find->Text(1) == utf8) id = find->Int(0);
+            if (find->Text(1) == utf8 && (find->IsNull(2) ? exact.empty() : find->Text(2) == exact)) id = find->Int(0);
         find->Reset();  // a statement left reading would keep the tables from being changed at the end
     }
     if (id == 0) {
         id = m_NextName++;
+        const CBatchInsert::TValue exactValue =
+            exact.empty() ? CBatchInsert::TValue(std::monostate()) : CBatchInsert::TValue(std::move(exact));
         if (m_Db.Dialect() == EDialect::kPostgres)
-            m_NewNames.Add(id, int64_t{hash}, std::move(utf8), Utf8(util::ToUpper(name)));
+            m_NewNames.Add(id, int64_t{hash}, std::move(utf8), Utf8(util::ToUpper(name)), exactValue);
         else
-            m_NewNames.Add(id, int64_t{hash}, std::move(utf8));
+            m_NewNames.Add(id, int64_t{hash}, std::move(utf8), exactValue);
     }
     m_Names.Add(name, known, id);
     return id;

@@ -26,7 +26,7 @@ std::unique_ptr<IConnection> Open(const std::string& location, bool create, bool
             throw CExc(util::Utf8ToUtf16("no catalogue at " + location + " (ingest makes one)"));
         db = std::make_unique<CSqliteConnection>(location, readOnly);
     }
-    EnsureSchema(*db);
+    EnsureSchema(*db, readOnly);
     return db;
 }
 

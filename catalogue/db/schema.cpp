@@ -7,7 +7,7 @@ namespace catalogue {
 
 namespace {
 
-// The tables, version 1. Comments on each column: docs/catalogue-db.md.
+// The tables, version 2. Comments on each column: docs/catalogue-db.md.
 const char kSqliteSchema[] = R"(
 CREATE TABLE meta(key TEXT PRIMARY KEY, value TEXT NOT NULL) WITHOUT ROWID;
 CREATE TABLE machines(id INTEGER PRIMARY KEY, name TEXT NOT NULL UNIQUE);
@@ -17,7 +17,7 @@ CREATE TABLE volumes(id INTEGER PRIMARY KEY, machine INTEGER NOT NULL, name TEXT
 CREATE TABLE point_volumes(volume INTEGER NOT NULL, point INTEGER NOT NULL, files INTEGER NOT NULL,
                            PRIMARY KEY(volume, point)) WITHOUT ROWID;
 CREATE TABLE owners(id INTEGER PRIMARY KEY, sid TEXT NOT NULL, account TEXT NOT NULL, UNIQUE(sid, account));
-CREATE TABLE names(id INTEGER PRIMARY KEY, hash INTEGER NOT NULL, name TEXT NOT NULL);
+CREATE TABLE names(id INTEGER PRIMARY KEY, hash INTEGER NOT NULL, name TEXT NOT NULL, exact TEXT);
 CREATE VIRTUAL TABLE name_grams USING fts5(folded, content='', detail=none, columnsize=0,
                                            tokenize='trigram case_sensitive 1');
 CREATE TABLE folders(id INTEGER PRIMARY KEY, volume INTEGER NOT NULL, parent INTEGER NOT NULL, name INTEGER NOT NULL,
@@ -38,7 +38,8 @@ CREATE TABLE volumes(id bigserial PRIMARY KEY, machine bigint NOT NULL, name tex
 CREATE TABLE point_volumes(volume bigint NOT NULL, point bigint NOT NULL, files bigint NOT NULL,
                            PRIMARY KEY(volume, point));
 CREATE TABLE owners(id bigserial PRIMARY KEY, sid text NOT NULL, account text NOT NULL, UNIQUE(sid, account));
-CREATE TABLE names(id bigint PRIMARY KEY, hash integer NOT NULL, name text NOT NULL, folded text NOT NULL);
+CREATE TABLE names(id bigint PRIMARY KEY, hash integer NOT NULL, name text NOT NULL, folded text NOT NULL,
+                   exact text);
 CREATE TABLE folders(id bigint PRIMARY KEY, volume bigint NOT NULL, parent bigint NOT NULL, name bigint NOT NULL,
                      UNIQUE(volume, parent, name));
 CREATE TABLE versions(volume bigint NOT NULL, folder bigint NOT NULL, name bigint NOT NULL, kind smallint NOT NULL,
@@ -57,16 +58,16 @@ const TIndexDef kVersionIndexes[] = {{"versions_by_name", "CREATE INDEX versions
 
 const TDialectSql kSqlite = {
     nullptr,
-    "INSERT INTO names(id, hash, name) VALUES",
+    "INSERT INTO names(id, hash, name, exact) VALUES",
     "INSERT INTO name_grams(rowid, folded) SELECT id, fold(name) FROM names WHERE id >= ?",
-    "SELECT n.id, n.name FROM name_grams g JOIN names n ON n.id = g.rowid WHERE name_grams MATCH ?",
+    "SELECT n.id, n.name, n.exact FROM name_grams g JOIN names n ON n.id = g.rowid WHERE name_grams MATCH ?",
 };
 const TDialectSql kPostgres = {
     // One ingest at a time: two would both add a name that is new to both.
     "SELECT pg_advisory_xact_lock(7190001)",
-    "INSERT INTO names(id, hash, name, folded) VALUES",
+    "INSERT INTO names(id, hash, name, folded, exact) VALUES",
     nullptr,
-    "SELECT id, name FROM names WHERE folded LIKE ?",
+    "SELECT id, name, exact FROM names WHERE folded LIKE ?",
 };
 
 bool HasTable(IConnection& db, const char* name) {
@@ -80,15 +81,27 @@ bool HasTable(IConnection& db, const char* name) {
 
 }  // namespace
 
-void EnsureSchema(IConnection& db) {
+void EnsureSchema(IConnection& db, bool readOnly) {
     if (HasTable(db, "meta")) {
         auto query = db.Prepare("SELECT value FROM meta WHERE key = 'schema_version'");
         const int64_t version = query->Step() ? std::stoll(query->Text(0)) : 0;
         if (version > kSchemaVersion)
             throw CExc(util::Utf8ToUtf16(db.Name() + " holds catalogue schema " + std::to_string(version) +
                                          "; this ngi-catalogue knows up to " + std::to_string(kSchemaVersion)));
-        // Later versions migrate here, one step a version, each in its own
-        // transaction: if (version < 2) { ... UPDATE meta ... }
+        if (version < kSchemaVersion && readOnly)
+            throw CExc(util::Utf8ToUtf16(db.Name() + " holds catalogue schema " + std::to_string(version) +
+                                         ", older than this ngi-catalogue's " + std::to_string(kSchemaVersion) +
+                                         ": any command but serve upgrades it (ngi-catalogue machines --db " +
+                                         db.Name() + ")"));
+        // One step a version, each in its own transaction.
+        if (version < 2) {
+            // Version 2 keeps a name with a lone surrogate exactly (exact).
+            CTransaction transaction(db);
+            db.Exec(db.Dialect() == EDialect::kSqlite ? "ALTER TABLE names ADD COLUMN exact TEXT"
+                                                      : "ALTER TABLE names ADD COLUMN exact text");
+            db.Exec("UPDATE meta SET value = '2' WHERE key = 'schema_version'");
+            transaction.Commit();
+        }
         return;
     }
     if (HasTable(db, "versions"))
@@ -102,6 +115,30 @@ void EnsureSchema(IConnection& db) {
     insert->Bind(1, std::string_view(version));
     insert->Step();
     transaction.Commit();
+}
+
+std::string ExactName(std::u16string_view name) {
+    std::string hex;
+    if (!util::HasLoneSurrogate(name)) return hex;
+    static const char kDigits[] = "0123456789ABCDEF";
+    for (char16_t unit : name)
+        for (int shift = 12; shift >= 0; shift -= 4) hex += kDigits[(unit >> shift) & 0xF];
+    return hex;
+}
+
+std::u16string StoredName(const IStatement& row, int column) {
+    if (row.IsNull(column + 1)) return util::Utf8ToUtf16(row.Text(column));
+    const std::string hex = row.Text(column + 1);
+    std::u16string name;
+    for (size_t i = 0; i + 4 <= hex.size(); i += 4) {
+        char16_t unit = 0;
+        for (size_t k = i; k < i + 4; ++k) {
+            const char c = hex[k];
+            unit = static_cast<char16_t>(unit << 4 | (c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10));
+        }
+        name += unit;
+    }
+    return name;
 }
 
 int32_t NameHash(std::string_view utf8) {

@@ -13,12 +13,13 @@
 
 namespace catalogue {
 
-inline constexpr int64_t kSchemaVersion = 1;
+inline constexpr int64_t kSchemaVersion = 2;
 
 // Throws CExc: "<db> holds catalogue schema N; this ngi-catalogue knows up
 // to M" for a newer schema, "<db> is not a catalogue (table X without meta)"
-// for a database that holds other tables and not ours.
-void EnsureSchema(IConnection& db);
+// for a database that holds other tables and not ours. `readOnly`: neither
+// creates nor migrates; an older schema is refused, saying how to upgrade.
+void EnsureSchema(IConnection& db, bool readOnly = false);
 
 // The statements that differ by dialect.
 struct TDialectSql {
@@ -26,7 +27,7 @@ struct TDialectSql {
     // at a time (SQLite's BEGIN IMMEDIATE does that already): or null.
     const char* lockIngest;
     // Adds names, the head of a batch (batch_insert.h): each id, hash,
-    // name (and on PostgreSQL the folded name). Ingests give names and folders their ids themselves (one runs
+    // name (on PostgreSQL the folded name), exact. Ingests give names and folders their ids themselves (one runs
     // at a time): an INSERT with RETURNING costs SQLite a statement journal.
     const char* insertName;
     // Puts the names from id ? on into the name index (SQLite's FTS5 table,
@@ -36,7 +37,7 @@ struct TDialectSql {
     // the start of every statement, so names added a few hundred a statement
     // cost half an ingest's time.
     const char* indexNewNames;
-    // Ids and names whose folded form may hold a piece: one parameter, made
+    // Ids, names and exact names whose folded form may hold a piece: one parameter, made
     // by NameQuery. May give false positives; never misses one.
     const char* namesHolding;
 };
@@ -56,6 +57,14 @@ std::span<const TIndexDef> NameIndexes(EDialect dialect);
 std::span<const TIndexDef> VersionIndexes(EDialect dialect);
 // The parameter of namesHolding for a folded piece of at least 3 units.
 std::string NameQuery(EDialect dialect, std::u16string_view foldedPiece);
+// A name is kept in two columns: `name`, its UTF-8 (where a lone surrogate
+// of a damaged name becomes U+FFFD), which the name index and hash are of;
+// and `exact`, null for a name that is valid Unicode, else its UTF-16 units
+// as 4 upper-case hex digits each, so that two damaged names that differ in
+// their lone surrogates stay two names and come back as they were.
+std::string ExactName(std::u16string_view name);  // "" for null
+// The name from a row's `name` column and the `exact` one after it.
+std::u16string StoredName(const IStatement& row, int nameColumn);
 // The hash of a name's UTF-8 bytes that names_by_hash indexes: 32 bits
 // (FNV-1a), signed, so that it takes 4 bytes in either database.
 int32_t NameHash(std::string_view utf8);

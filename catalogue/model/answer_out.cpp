@@ -7,9 +7,8 @@ namespace catalogue {
 namespace {
 
 std::string Json(std::u16string_view text) {
-    std::string utf8, quoted;
-    AppendUtf8(utf8, text);
-    AppendJson(quoted, utf8);
+    std::string quoted;
+    AppendJson(quoted, text);
     return quoted;
 }
 

@@ -20,7 +20,7 @@ int64_t CQueryParams::Point(const std::string& name) const {
 
 std::optional<std::u16string> CQueryParams::Text(const std::string& name) const {
     const std::string* text = m_Get(name);
-    return text ? std::optional<std::u16string>(util::Utf8ToUtf16(*text)) : std::nullopt;
+    return text ? std::optional<std::u16string>(util::Wtf8ToUtf16(*text)) : std::nullopt;
 }
 
 std::optional<uint64_t> CQueryParams::_Parsed(const std::string& name, std::optional<uint64_t> (*parse)(std::string_view),

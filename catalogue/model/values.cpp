@@ -132,19 +132,39 @@ void AppendCsv(std::string& out, std::string_view utf8) {
     out.push_back('"');
 }
 
-void AppendJson(std::string& out, std::string_view utf8) {
+void AppendJson(std::string& out, std::u16string_view text) {
     out.push_back('"');
-    for (char c : utf8) {
-        const auto u = static_cast<unsigned char>(c);
+    for (size_t i = 0; i < text.size(); ++i) {
+        uint32_t c = text[i];
         if (c == '"' || c == '\\') {
             out.push_back('\\');
-            out.push_back(c);
-        } else if (u < 0x20) {
+            out.push_back(static_cast<char>(c));
+            continue;
+        }
+        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
+            c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00);
+        } else if (c < 0x20 || (c >= 0xD800 && c <= 0xDFFF)) {
+            // Control characters, and a lone surrogate: JSON's escape keeps
+            // it exactly, where UTF-8 has no bytes for it.
             char esc[8];
-            std::snprintf(esc, sizeof esc, "\\u%04x", u);
+            std::snprintf(esc, sizeof esc, "\\u%04x", static_cast<unsigned>(c));
             out.append(esc);
+            continue;
+        }
+        if (c < 0x80) {
+            out.push_back(static_cast<char>(c));
+        } else if (c < 0x800) {
+            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
+            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
+        } else if (c < 0x10000) {
+            out.push_back(static_cast<char>(0xE0 | (c >> 12)));
+            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
         } else {
-            out.push_back(c);
+            out.push_back(static_cast<char>(0xF0 | (c >> 18)));
+            out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
+            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
         }
     }
     out.push_back('"');

@@ -25,7 +25,8 @@ std::optional<uint64_t> ParseSize(std::string_view text);
 
 // A CSV field: quoted (doubling quotes) when it holds a comma, a quote, CR or LF.
 void AppendCsv(std::string& out, std::string_view utf8);
-// A JSON string literal, quotes included.
-void AppendJson(std::string& out, std::string_view utf8);
+// A JSON string literal, quotes included, in UTF-8; a lone surrogate of a
+// damaged name is written as its escape ("\ud800"), which keeps it exactly.
+void AppendJson(std::string& out, std::u16string_view text);
 
 }  // namespace catalogue

@@ -60,7 +60,7 @@ public:
     std::u16string Required(const std::string& name) const {
         const std::string* value = Get(name);
         if (!value || value->empty()) throw CBadParameter(name + " is needed");
-        return util::Utf8ToUtf16(*value);
+        return util::Wtf8ToUtf16(*value);
     }
     size_t Number(const std::string& name, size_t otherwise) const {
         const std::string* text = Get(name);
@@ -150,7 +150,7 @@ std::string Answer(CCatalogue& catalogue, std::string_view question, const TApiP
         const std::string* path = request.Get("path");
         std::vector<TVersion> list;
         try {
-            list = catalogue.Ls(path && !path->empty() ? util::Utf8ToUtf16(*path) : u"\\", at, p.Text("volume"));
+            list = catalogue.Ls(path && !path->empty() ? util::Wtf8ToUtf16(*path) : u"\\", at, p.Text("volume"));
         } catch (const CExc& e) {
             // The point is there: what is missing is the folder.
             throw CNotFound(util::Utf16ToUtf8(e.GetMessages().empty() ? u"no such folder" : e.GetMessages()[0]));
@@ -185,9 +185,8 @@ std::string Answer(CCatalogue& catalogue, std::string_view question, const TApiP
 
 std::string ErrorJson(std::string_view text) {
     // Parameters quoted in messages may not be UTF-8.
-    std::string utf8, body = "{\"error\":";
-    AppendUtf8(utf8, util::Utf8ToUtf16(text));
-    AppendJson(body, utf8);
+    std::string body = "{\"error\":";
+    AppendJson(body, util::Wtf8ToUtf16(text));
     return body + "}";
 }
 

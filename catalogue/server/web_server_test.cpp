@@ -83,6 +83,8 @@ TEST_F(WebServer, AnswersGetOnlyAndJsonForEveryError) {
         {"GET", "/app.js", 200, "/api/"},
         {"GET", "/api/machines", 200, R"({"results":[{"machine":"pc-01","points":2,)"},
         {"GET", "/api/search?q=100%25%20done", 200, R"("path":"\\Odd\\100% done_v2.txt")"},
+        // A lone surrogate travels as WTF-8 in the URL and as an escape in JSON.
+        {"GET", "/api/search?q=damaged%20%ED%A0%80", 200, R"("path":"\\Odd\\damaged \ud800 name.txt")"},
         {"GET", "/nothing", 404, R"({"error":"nothing at /nothing"})"},
         {"GET", "/api/search?q=" + std::string(9000, 'a'), 414, R"({"error":)"},
         {"POST", "/api/search?q=budget", 405, R"({"error":"POST is not answered here; use GET"})"},

@@ -26,7 +26,11 @@ void MakeWebCatalogue(const std::string& scratch, const std::string& db) {
             b.File(u"Odd\\it's \"quoted\".txt", 1, kT1);
             b.File(u"Odd\\100% done_v2.txt", 2, kT1);
             b.File(u"Odd\\photo \U0001F600 beach.jpg", 3, kT1);
+            // Damaged names: two that differ only in their lone surrogates,
+            // and a folder whose name has one.
             b.File(std::u16string(u"Odd\\damaged ") + char16_t(0xD800) + u" name.txt", 4, kT1);
+            b.File(std::u16string(u"Odd\\damaged ") + char16_t(0xDC00) + u" name.txt", 5, kT1);
+            b.File(std::u16string(u"Odd\\torn ") + char16_t(0xDBFF) + u"\\inside.txt", 6, kT1);
             for (int i = 0; i < 250; ++i) {
                 std::string n = std::to_string(i);
                 b.File(u"Logs\\log_" + util::Utf8ToUtf16(std::string(3 - n.size(), '0') + n) + u".txt", 100 + i, kT1);

@@ -3,7 +3,8 @@
 // machines, three restore points. budget-2026.xlsx stands on both machines
 // in three versions (pc-01 has two, srv-02 one); pc-01's \Logs holds 250
 // files (more than a page); \Odd holds names with quotes, %, _, a non-BMP
-// character and a lone surrogate, as damaged names have.
+// character, and lone surrogates as damaged names have: "damaged \uD800
+// name.txt" and "damaged \uDC00 name.txt", "torn \uDBFF\inside.txt".
 
 #include <string>
 

@@ -2,7 +2,9 @@
 
 namespace util {
 
-std::u16string Utf8ToUtf16(std::string_view text) {
+namespace {
+
+std::u16string FromUtf8(std::string_view text, bool keepLone) {
     std::u16string out;
     out.reserve(text.size());
     size_t i = 0;
@@ -24,7 +26,8 @@ std::u16string Utf8ToUtf16(std::string_view text) {
             cp = (cp << 6) | (cc & 0x3F);
         }
         static const char32_t kMin[] = {0, 0, 0x80, 0x800, 0x10000};
-        if (!ok || cp < kMin[len] || cp > 0x10FFFF || (cp >= 0xD800 && cp <= 0xDFFF)) {
+        const bool lone = cp >= 0xD800 && cp <= 0xDFFF;
+        if (!ok || cp < kMin[len] || cp > 0x10FFFF || (lone && !keepLone)) {
             out += u'\xFFFD';
             ++i;
             continue;
@@ -41,7 +44,7 @@ std::u16string Utf8ToUtf16(std::string_view text) {
     return out;
 }
 
-std::string Utf16ToUtf8(std::u16string_view text) {
+std::string ToUtf8(std::u16string_view text, bool keepLone) {
     std::string out;
     out.reserve(text.size());
     for (size_t i = 0; i < text.size(); ++i) {
@@ -50,7 +53,7 @@ std::string Utf16ToUtf8(std::u16string_view text) {
             text[i + 1] <= 0xDFFF) {
             cp = 0x10000 + ((cp - 0xD800) << 10) + (text[i + 1] - 0xDC00);
             ++i;
-        } else if (cp >= 0xD800 && cp <= 0xDFFF) {
+        } else if (cp >= 0xD800 && cp <= 0xDFFF && !keepLone) {
             cp = 0xFFFD;
         }
         if (cp < 0x80) {
@@ -70,6 +73,25 @@ std::string Utf16ToUtf8(std::u16string_view text) {
         }
     }
     return out;
+}
+
+}  // namespace
+
+std::u16string Utf8ToUtf16(std::string_view text) { return FromUtf8(text, false); }
+std::string Utf16ToUtf8(std::u16string_view text) { return ToUtf8(text, false); }
+std::u16string Wtf8ToUtf16(std::string_view text) { return FromUtf8(text, true); }
+std::string Utf16ToWtf8(std::u16string_view text) { return ToUtf8(text, true); }
+
+bool HasLoneSurrogate(std::u16string_view text) {
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] < 0xD800 || text[i] > 0xDFFF) continue;
+        if (text[i] <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
+            ++i;
+            continue;
+        }
+        return true;
+    }
+    return false;
 }
 
 }  // namespace util
