@@ -5,7 +5,8 @@ Usage: web_browser_check.py URL SCREENSHOT PROFILE_DIR
 
 Types a name that stands on two machines in three versions, reads the
 results table, opens the versions of one file and checks what the page
-shows; pages through a result larger than a page. Exit 1 with the reason
+shows; pages through a result larger than a page; finds, shows and opens
+damaged names (lone surrogates) exactly. Exit 1 with the reason
 when the page shows something else; the screenshot is taken either way.
 """
 import sys
@@ -63,6 +64,28 @@ def check(driver, url):
     driver.find_element(By.ID, "more").click()
     wait.until(ec.text_to_be_present_in_element((By.ID, "status"), "250 versions found"))
     assert not driver.find_element(By.ID, "more").is_displayed()
+
+    # Damaged names that differ only in their lone surrogates: two rows, each
+    # surrogate shown by its code; opening one asks for its exact path.
+    query.clear()
+    query.send_keys("damaged")
+    driver.find_element(By.ID, "search").click()
+    wait.until(ec.text_to_be_present_in_element((By.ID, "status"), "2 versions found"))
+    paths = [r[2] for r in rows(driver, "results")]
+    assert paths == ["C:\\Odd\\damaged \\uD800 name.txt", "C:\\Odd\\damaged \\uDC00 name.txt"], paths
+    marks = [m.text for m in driver.find_elements(By.CSS_SELECTOR, "#results td.path .lone")]
+    assert marks == ["\\uD800", "\\uDC00"], marks
+    driver.find_elements(By.CSS_SELECTOR, "#results td.path a")[1].click()
+    wait.until(ec.text_to_be_present_in_element((By.ID, "status"), "1 version of"))
+    sizes = [v[0] for v in rows(driver, "detail")]
+    assert sizes == ["5 bytes"], sizes
+    driver.save_screenshot(sys.argv[2].replace(".png", "-damaged.png"))
+    # A lone surrogate in the search box is searched for exactly.
+    driver.execute_script("document.getElementById('q').value = 'damaged \\uD800 name'")
+    driver.find_element(By.ID, "search").click()
+    wait.until(ec.text_to_be_present_in_element((By.ID, "status"), "1 version found"))
+    paths = [r[2] for r in rows(driver, "results")]
+    assert paths == ["C:\\Odd\\damaged \\uD800 name.txt"], paths
 
 
 def main():

@@ -6,16 +6,43 @@ const state = { token: sessionStorage.getItem('ngi-token') || '', query: null, n
 const $ = (id) => document.getElementById(id);
 
 function status(text, error) {
-  $('status').textContent = text;
+  setText($('status'), text);
   $('status').className = error ? 'error' : '';
+}
+
+// Whether text[i] is a surrogate that is not half of a pair.
+function isLone(text, i) {
+  const c = text.charCodeAt(i);
+  if (c >= 0xD800 && c <= 0xDBFF) return !(i + 1 < text.length && (text.charCodeAt(i + 1) & 0xFC00) === 0xDC00);
+  return c >= 0xDC00 && c <= 0xDFFF && !(i > 0 && (text.charCodeAt(i - 1) & 0xFC00) === 0xD800);
+}
+
+// A parameter as the server reads it: UTF-8, percent-encoded, where a lone
+// surrogate of a damaged name (which encodeURIComponent and URLSearchParams
+// refuse or replace) is the three bytes its code point would take (WTF-8).
+function encodeParam(text) {
+  let out = '';
+  for (let i = 0; i < text.length; ++i) {
+    if (!isLone(text, i)) {
+      const pair = (text.charCodeAt(i) & 0xFC00) === 0xD800;
+      out += encodeURIComponent(text.slice(i, pair ? i + 2 : i + 1));
+      if (pair) ++i;
+      continue;
+    }
+    const c = text.charCodeAt(i);
+    for (const byte of [0xE0 | (c >> 12), 0x80 | ((c >> 6) & 0x3F), 0x80 | (c & 0x3F)])
+      out += '%' + byte.toString(16).toUpperCase();
+  }
+  return out;
 }
 
 // GET /api/<question>; resolves to the answer, or rejects with its error.
 async function api(question, params) {
-  const query = new URLSearchParams();
-  for (const [key, value] of Object.entries(params)) if (value !== '' && value != null) query.set(key, value);
+  const query = [];
+  for (const [key, value] of Object.entries(params))
+    if (value !== '' && value != null) query.push(key + '=' + encodeParam(String(value)));
   const headers = state.token ? { Authorization: 'Bearer ' + state.token } : {};
-  const response = await fetch('/api/' + question + '?' + query, { headers });
+  const response = await fetch('/api/' + question + '?' + query.join('&'), { headers });
   if (response.status === 401) {
     $('token-form').hidden = false;
     $('token').focus();
@@ -52,9 +79,29 @@ function pointList(points) {
   return parts.join(',');
 }
 
+// `text` into `element` as text; a lone surrogate, which a font would draw
+// as the same box for every one, as its code ("\uDC00") marked apart, so
+// that two damaged names that differ only there look different.
+function setText(element, text) {
+  element.textContent = '';
+  let from = 0;
+  for (let i = 0; i < text.length; ++i) {
+    if (!isLone(text, i)) continue;
+    if (i > from) element.append(text.slice(from, i));
+    const mark = document.createElement('span');
+    const code = text.charCodeAt(i).toString(16).toUpperCase();
+    mark.className = 'lone';
+    mark.textContent = '\\u' + code;
+    mark.title = 'A lone UTF-16 unit ' + code + ': the name is damaged on the volume';
+    element.append(mark);
+    from = i + 1;
+  }
+  if (from < text.length) element.append(text.slice(from));
+}
+
 function cell(row, text, className) {
   const td = row.insertCell();
-  td.textContent = text;
+  setText(td, text);
   if (className) td.className = className;
   return td;
 }
@@ -62,7 +109,7 @@ function cell(row, text, className) {
 function link(td, text, onClick) {
   td.textContent = '';
   const a = document.createElement('a');
-  a.textContent = text;
+  setText(a, text);
   a.href = '#';
   a.addEventListener('click', (event) => { event.preventDefault(); onClick(); });
   td.appendChild(a);
@@ -79,7 +126,7 @@ function addVersionRow(tbody, v) {
   const path = cell(row, '', 'path');
   if (v.type === 'file') link(path, fullPath(v), () => showVersions(v));
   else if (v.type === 'dir') link(path, fullPath(v), () => showListing(v.machine, v.volume + v.path, v.points[v.points.length - 1]));
-  else path.textContent = fullPath(v) + ' -> ' + v.target;
+  else setText(path, fullPath(v) + ' -> ' + v.target);
   cell(row, humanSize(v.size), 'num').title = v.size == null ? '' : v.size + ' bytes';
   cell(row, isoTime(v.modified));
   cell(row, v.owner || '').title = v.owner_sid || '';
@@ -102,8 +149,9 @@ async function loadPoints() {
 async function search(more) {
   const tbody = $('results').tBodies[0];
   if (!more) {
-    const form = new FormData($('search-form'));
-    state.query = Object.fromEntries(form.entries());
+    // The fields as typed (FormData would replace a lone surrogate).
+    state.query = {};
+    for (const field of $('search-form').elements) if (field.name) state.query[field.name] = field.value;
     state.next = 0;
     tbody.textContent = '';
     $('detail-section').hidden = true;
@@ -116,14 +164,15 @@ async function search(more) {
     $('more').hidden = page.next == null;
     $('results-section').hidden = false;
     const shown = tbody.rows.length;
-    status(shown === 0 ? 'Nothing found.' : shown + (page.next == null ? '' : '+') + ' versions found.');
+    status(shown === 0 ? 'Nothing found.'
+      : shown + (page.next == null ? '' : '+') + (shown === 1 && page.next == null ? ' version' : ' versions') + ' found.');
   } catch (e) {
     status(e.message, true);
   }
 }
 
 function showDetail(title, headings) {
-  $('detail-title').textContent = title;
+  setText($('detail-title'), title);
   const table = $('detail');
   table.tHead.textContent = '';
   const head = table.tHead.insertRow();
@@ -150,7 +199,7 @@ async function showVersions(v) {
       cell(row, version.owner || '');
       cell(row, version.points.map(pointTitle).join('; '));
     }
-    status(page.results.length + ' versions of ' + v.volume + v.path + '.');
+    status(page.results.length + (page.results.length === 1 ? ' version of ' : ' versions of ') + v.volume + v.path + '.');
     $('detail-section').scrollIntoView();
   } catch (e) {
     status(e.message, true);
@@ -167,8 +216,9 @@ async function showListing(machine, path, at) {
       const page = await api('ls', { machine, path, at, limit: 1000, after });
       for (const v of page.results) {
         const row = tbody.insertRow();
-        const name = cell(row, v.path.slice(v.path.lastIndexOf('\\') + 1), 'path');
-        if (v.type === 'dir') link(name, name.textContent + '\\', () => showListing(machine, v.volume + v.path, at));
+        const shown = v.path.slice(v.path.lastIndexOf('\\') + 1);
+        const name = cell(row, shown, 'path');
+        if (v.type === 'dir') link(name, shown + '\\', () => showListing(machine, v.volume + v.path, at));
         cell(row, v.type);
         cell(row, humanSize(v.size), 'num');
         cell(row, isoTime(v.modified));
