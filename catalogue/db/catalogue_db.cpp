@@ -117,8 +117,8 @@ std::vector<TPointInfo> CCatalogue::Points(const std::optional<std::u16string>& 
 }
 
 std::string CCatalogue::_RowSql(const std::string& where) const {
-    return "SELECT v.volume, v.folder, v.name, v.kind, v.first, v.last, v.size, v.modified, v.owner, v.target, n.name, n.exact "
-           "FROM versions v JOIN names n ON n.id = v.name WHERE " +
+    return "SELECT v.volume, v.folder, v.name, v.kind, v.first, v.last, v.size, v.modified, v.owner, v.target, "
+           "n.name, n.exact FROM versions v JOIN names n ON n.id = v.name WHERE " +
            where;
 }
 

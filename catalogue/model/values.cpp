@@ -3,6 +3,7 @@
 #include <charconv>
 #include <cstdio>
 
+#include "catalogue/model/text_out.h"
 #include "platform/time.h"
 
 namespace catalogue {
@@ -134,39 +135,28 @@ void AppendCsv(std::string& out, std::string_view utf8) {
 
 void AppendJson(std::string& out, std::u16string_view text) {
     out.push_back('"');
+    size_t from = 0;  // the start of the text not yet written
     for (size_t i = 0; i < text.size(); ++i) {
-        uint32_t c = text[i];
+        const char16_t c = text[i];
+        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
+            ++i;  // a pair: UTF-8 below
+            continue;
+        }
+        // Written escaped: quotes, control characters, and a lone surrogate,
+        // which UTF-8 has no bytes for and JSON's escape keeps exactly.
+        if (c >= 0x20 && c != '"' && c != '\\' && (c < 0xD800 || c > 0xDFFF)) continue;
+        AppendUtf8(out, text.substr(from, i - from));
         if (c == '"' || c == '\\') {
             out.push_back('\\');
             out.push_back(static_cast<char>(c));
-            continue;
-        }
-        if (c >= 0xD800 && c <= 0xDBFF && i + 1 < text.size() && text[i + 1] >= 0xDC00 && text[i + 1] <= 0xDFFF) {
-            c = 0x10000 + ((c - 0xD800) << 10) + (text[++i] - 0xDC00);
-        } else if (c < 0x20 || (c >= 0xD800 && c <= 0xDFFF)) {
-            // Control characters, and a lone surrogate: JSON's escape keeps
-            // it exactly, where UTF-8 has no bytes for it.
+        } else {
             char esc[8];
             std::snprintf(esc, sizeof esc, "\\u%04x", static_cast<unsigned>(c));
             out.append(esc);
-            continue;
         }
-        if (c < 0x80) {
-            out.push_back(static_cast<char>(c));
-        } else if (c < 0x800) {
-            out.push_back(static_cast<char>(0xC0 | (c >> 6)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-        } else if (c < 0x10000) {
-            out.push_back(static_cast<char>(0xE0 | (c >> 12)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-        } else {
-            out.push_back(static_cast<char>(0xF0 | (c >> 18)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 12) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | ((c >> 6) & 0x3F)));
-            out.push_back(static_cast<char>(0x80 | (c & 0x3F)));
-        }
+        from = i + 1;
     }
+    AppendUtf8(out, text.substr(from));
     out.push_back('"');
 }
 

@@ -51,7 +51,8 @@ TEST(CatalogueValues, SizesAndQuoting) {
     AppendCsv(csv, "a,\"b\"\nc");
     EXPECT_EQ(csv, "plain,\"a,\"\"b\"\"\nc\"");
     // JSON: quotes, control characters, a pair as UTF-8, lone halves escaped.
-    const std::u16string text = u"C:\\a \"q\"\x01 \U0001F600 " + std::u16string{char16_t(0xDC00), u'-', char16_t(0xD83D)};
+    const std::u16string text =
+        u"C:\\a \"q\"\x01 \U0001F600 " + std::u16string{char16_t(0xDC00), u'-', char16_t(0xD83D)};
     std::string json;
     AppendJson(json, text);
     EXPECT_EQ(json, "\"C:\\\\a \\\"q\\\"\\u0001 \xF0\x9F\x98\x80 \\udc00-\\ud83d\"");

@@ -109,7 +109,8 @@ TEST_F(WebApi, AnswersEqualTheCommandLinesJsonLines) {
         {"search", {{"q", "\\odd\\torn \xED\xAF\xBF\\*"}}, {"search", "\\odd\\torn \xED\xAF\xBF\\*"}},
         {"ls", {{"machine", "pc-01"}, {"path", "\\Odd\\torn \xED\xAF\xBF"}, {"at", "2"}},
          {"ls", "\\Odd\\torn \xED\xAF\xBF", "--at", "2"}},
-        {"versions", {{"path", "\\Odd\\TORN \xED\xAF\xBF\\inside.txt"}}, {"versions", "\\Odd\\TORN \xED\xAF\xBF\\inside.txt"}},
+        {"versions", {{"path", "\\Odd\\TORN \xED\xAF\xBF\\inside.txt"}},
+         {"versions", "\\Odd\\TORN \xED\xAF\xBF\\inside.txt"}},
     };
     for (auto& b : BackEnds()) {
         for (const auto& c : cases) {

@@ -31,6 +31,7 @@ std::vector<CBlockReadAhead::TPlannedBlock> PlanMftBlocks(const TBlockVector& ru
             if (!FindBlockByVcn(runs, offset / bytesPerCluster, run)) break;
             const uint64_t inRun = offset - run->FirstVcn * bytesPerCluster;
             const uint64_t n = std::min<uint64_t>(run->ByteLength - inRun, end - offset);
+            if (n == 0) break;  // runs that disagree with their VCNs: planned no further, never looped on
             if (!run->Sparse) {
                 add(run->DiskOffset + inRun);
                 add(run->DiskOffset + inRun + n - 1);

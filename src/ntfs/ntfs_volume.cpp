@@ -219,6 +219,8 @@ bool CNtfsVolume::_ReadMftBytes(uint64_t offset, uint8_t* buffer, uint32_t size)
         const TBlockDescription* block = nullptr;
         if (!FindBlockByVcn(m_MftBlocks, offset / cluster, block)) return false;
         const uint64_t inBlock = offset - block->FirstVcn * cluster;
+        if (inBlock >= block->ByteLength)  // a run shorter than its VCNs say: no progress to make
+            ThrowCorrupt(0, u"the $MFT run at VCN %1 ends before its last VCN", HexOff(block->FirstVcn));
         const uint32_t n = static_cast<uint32_t>(std::min<uint64_t>(block->ByteLength - inBlock, size));
         if (block->Sparse) std::memset(buffer, 0, n);
         else _ReadExact(block->DiskOffset + inBlock, buffer, n, u"a $MFT file record");

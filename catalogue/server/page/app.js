@@ -164,8 +164,8 @@ async function search(more) {
     $('more').hidden = page.next == null;
     $('results-section').hidden = false;
     const shown = tbody.rows.length;
-    status(shown === 0 ? 'Nothing found.'
-      : shown + (page.next == null ? '' : '+') + (shown === 1 && page.next == null ? ' version' : ' versions') + ' found.');
+    const plus = page.next == null ? '' : '+';
+    status(shown === 0 ? 'Nothing found.' : shown + plus + (shown === 1 && !plus ? ' version' : ' versions') + ' found.');
   } catch (e) {
     status(e.message, true);
   }
@@ -199,7 +199,8 @@ async function showVersions(v) {
       cell(row, version.owner || '');
       cell(row, version.points.map(pointTitle).join('; '));
     }
-    status(page.results.length + (page.results.length === 1 ? ' version of ' : ' versions of ') + v.volume + v.path + '.');
+    const count = page.results.length;
+    status(count + (count === 1 ? ' version of ' : ' versions of ') + v.volume + v.path + '.');
     $('detail-section').scrollIntoView();
   } catch (e) {
     status(e.message, true);
