@@ -256,7 +256,7 @@ void SortVersions(std::vector<TVersion>& list) {
 
 }  // namespace
 
-std::vector<TVersion> CCatalogue::Search(std::u16string_view pattern, const TSearchFilter& filter) {
+std::vector<TVersion> CCatalogue::Search(std::u16string_view pattern, const TSearchFilter& filter, size_t atMost) {
     const CSearchPattern plan(pattern);
     const std::vector<int64_t> volumeIds = _VolumesFor(filter);
     const std::set<int64_t> volumes(volumeIds.begin(), volumeIds.end());
@@ -264,7 +264,10 @@ std::vector<TVersion> CCatalogue::Search(std::u16string_view pattern, const TSea
     auto take = [&](const TRow& row) {
         if (!volumes.count(row.volume)) return;
         std::optional<TVersion> v = _Version(row, &filter);
-        if (v && (!plan.MatchesPath() || plan.Match(v->path))) found.push_back(std::move(*v));
+        if (!v || (plan.MatchesPath() && !plan.Match(v->path))) return;
+        if (found.size() == atMost)
+            throw CTooManyResults("more than " + std::to_string(atMost) + " versions match");
+        found.push_back(std::move(*v));
     };
     if (plan.MatchesPath() && plan.Piece().empty()) {
         // Nothing narrows a contained path: every version of the volumes.

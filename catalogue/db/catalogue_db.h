@@ -12,9 +12,11 @@
 // Throws CExc for a restore point that is not there ("no restore point 7"),
 // a path that is not there, and database errors.
 
+#include <cstdint>
 #include <functional>
 #include <map>
 #include <optional>
+#include <stdexcept>
 #include <unordered_map>
 #include <vector>
 
@@ -22,6 +24,12 @@
 #include "catalogue/model/catalogue_types.h"
 
 namespace catalogue {
+
+// Search found more versions than it was allowed to hold.
+class CTooManyResults : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
 
 class CCatalogue {
 public:
@@ -31,8 +39,11 @@ public:
     // In order of machine, then time taken.
     std::vector<TPointInfo> Points(const std::optional<std::u16string>& machine = std::nullopt) const;
     // Every version matching PATTERN (search_pattern.h) and the filter,
-    // sorted by machine, volume, path, first restore point.
-    std::vector<TVersion> Search(std::u16string_view pattern, const TSearchFilter& filter);
+    // sorted by machine, volume, path, first restore point. Throws
+    // CTooManyResults as soon as more than `atMost` match, so that a server
+    // answering a pattern like "*" holds at most that many.
+    std::vector<TVersion> Search(std::u16string_view pattern, const TSearchFilter& filter,
+                                 size_t atMost = SIZE_MAX);
     // Each distinct version of the entry at PATH, on every volume the filter
     // keeps, in the same order. Empty when there is none.
     std::vector<TVersion> Versions(std::u16string_view path, const TSearchFilter& filter);

@@ -106,7 +106,7 @@ void CheckMachine(const CCatalogue& catalogue, const std::optional<std::u16strin
     if (!machine) return;
     for (const auto& m : catalogue.Machines())
         if (util::EqualNoCase(m.name, *machine)) return;
-    throw CNotFound("no machine " + util::Utf16ToUtf8(*machine) + " in the catalogue");
+    throw CNotFound("no machine " + util::Utf16ToWtf8(*machine) + " in the catalogue");
 }
 
 // Restore point `id` of `machine` (any machine when not given).
@@ -115,7 +115,7 @@ const TPointInfo& CheckPoint(const CCatalogue& catalogue, int64_t id, const std:
         if (p.id == id) {
             if (machine && !util::EqualNoCase(p.machine, *machine))
                 throw CNotFound("restore point " + std::to_string(id) + " is not one of " +
-                                util::Utf16ToUtf8(*machine) + "'s");
+                                util::Utf16ToWtf8(*machine) + "'s");
             return catalogue.Point(id);
         }
     throw CNotFound("no restore point " + std::to_string(id));
@@ -129,7 +129,14 @@ std::string Answer(CCatalogue& catalogue, std::string_view question, const TApiP
         CheckMachine(catalogue, filter.machine);
         for (const auto& point : {filter.fromPoint, filter.toPoint})
             if (point) CheckPoint(catalogue, *point, std::nullopt);
-        return Page(catalogue.Search(pattern, filter), request, WriteVersionJson);
+        std::vector<TVersion> found;
+        try {
+            found = catalogue.Search(pattern, filter, kMaxSearchResults);
+        } catch (const CTooManyResults& e) {
+            throw CBadParameter(std::string(e.what()) + " '" + util::Utf16ToWtf8(pattern) +
+                                "': narrow the search (a longer name, a machine, a volume, a time or size range)");
+        }
+        return Page(found, request, WriteVersionJson);
     }
     if (question == "versions") {
         const CRequest request(params, Names({"path"}, true));
@@ -137,7 +144,7 @@ std::string Answer(CCatalogue& catalogue, std::string_view question, const TApiP
         const TSearchFilter filter = request.Params().Filter();
         CheckMachine(catalogue, filter.machine);
         const auto list = catalogue.Versions(path, filter);
-        if (list.empty()) throw CNotFound("no entry " + util::Utf16ToUtf8(path) + " in the catalogue");
+        if (list.empty()) throw CNotFound("no entry " + util::Utf16ToWtf8(path) + " in the catalogue");
         return Page(list, request, WriteVersionJson);
     }
     if (question == "ls") {

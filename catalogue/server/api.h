@@ -32,6 +32,10 @@ struct TApiAnswer {
 
 inline constexpr size_t kMaxPageSize = 1000;
 inline constexpr size_t kDefaultPageSize = 100;
+// The most versions one search may find: a pattern that matches more (such
+// as "*" over millions of files) is refused, 400, rather than built and
+// sorted again for every page it would take.
+inline constexpr size_t kMaxSearchResults = 100000;
 // The longest pattern or path a request may give, in bytes.
 inline constexpr size_t kMaxParamBytes = 2048;
 

@@ -189,6 +189,16 @@ TEST_F(WebApi, RefusesBadQuestionsWithTheRightStatus) {
     }
 }
 
+// A search holds at most so many versions: past that it stops and says so.
+TEST_F(WebApi, ASearchStopsPastItsBound) {
+    for (auto& b : BackEnds()) {
+        const size_t all = b.catalogue->Search(u"log_", {}).size();
+        ASSERT_GT(all, 200u);
+        EXPECT_EQ(b.catalogue->Search(u"log_", {}, all).size(), all);
+        EXPECT_THROW(b.catalogue->Search(u"log_", {}, all - 1), catalogue::CTooManyResults);
+    }
+}
+
 // The server's connections cannot write, and request text is never SQL.
 TEST_F(WebApi, ReadsOnlyAndTakesParametersAsText) {
     for (auto& b : BackEnds()) {
