@@ -42,6 +42,13 @@ public:
     // An asynchronous queue when `async` and the system has one, else a
     // synchronous one. REQUIRES: depth >= 1.
     static std::unique_ptr<CReadQueue> Make(NativeHandle handle, uint32_t depth, bool async);
+    // Whether an asynchronous queue copies the bytes of a read that the
+    // system's cache holds on another thread, so that reading ahead through
+    // the cache overlaps the caller's work. Linux: yes where io_uring works
+    // (a read of a handle that goes through the cache is handed to the
+    // kernel's workers; without that it would end inside Submit). Windows:
+    // no (an overlapped ReadFile of cached bytes ends before it returns).
+    static bool ReadsCachedInBackground();
     virtual ~CReadQueue() = default;
 
     virtual bool IsAsync() const = 0;

@@ -13,6 +13,7 @@
 #include "platform/errors.h"
 #include "platform/posix/posix_errors.h"
 #include "platform/read_queue_sync.h"
+#include "platform/volume_io.h"
 
 namespace platform {
 
@@ -52,7 +53,10 @@ namespace {
 // until the read ends (the kernel may read them late).
 class CUringReadQueue : public CReadQueue {
 public:
-    CUringReadQueue(NativeHandle handle, uint32_t depth) : m_Handle(handle), m_Slots(depth) {}
+    // A read through the cache would be copied inside io_uring_submit when
+    // the cache holds its bytes: IOSQE_ASYNC hands it to a kernel worker.
+    CUringReadQueue(NativeHandle handle, uint32_t depth)
+        : m_Handle(handle), m_SqeFlags(ReadsBypassCache(handle) ? 0 : IOSQE_ASYNC), m_Slots(depth) {}
     ~CUringReadQueue() override {
         while (m_Outstanding > 0) Reap();
         ::io_uring_queue_exit(&m_Ring);
@@ -78,6 +82,7 @@ public:
         io_uring_sqe* sqe = ::io_uring_get_sqe(&m_Ring);
         ::io_uring_prep_readv(sqe, static_cast<int>(m_Handle), s.Vec, count, offset);
         ::io_uring_sqe_set_data64(sqe, slot);
+        ::io_uring_sqe_set_flags(sqe, m_SqeFlags);
         ++m_Outstanding;
         const int rc = ::io_uring_submit(&m_Ring);
         if (rc < 0) s.Failed = -rc;  // reported by Reap, after the read (if any) ended
@@ -143,12 +148,23 @@ private:
     }
 
     NativeHandle m_Handle;
+    unsigned m_SqeFlags;
     io_uring m_Ring{};
     std::vector<TSlot> m_Slots;
     uint32_t m_Outstanding = 0;
 };
 
 }  // namespace
+
+bool CReadQueue::ReadsCachedInBackground() {
+    static const bool works = [] {
+        io_uring ring{};
+        if (::io_uring_queue_init(1, &ring, 0) != 0) return false;
+        ::io_uring_queue_exit(&ring);
+        return true;
+    }();
+    return works;
+}
 
 std::unique_ptr<CReadQueue> CReadQueue::Make(NativeHandle handle, uint32_t depth, bool async) {
     if (async) {

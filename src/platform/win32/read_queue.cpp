@@ -170,6 +170,8 @@ private:
 
 }  // namespace
 
+bool CReadQueue::ReadsCachedInBackground() { return false; }
+
 std::unique_ptr<CReadQueue> CReadQueue::Make(NativeHandle handle, uint32_t, bool async) {
     // Overlapped ReadFile keeps several reads in flight only on a handle
     // opened for it; on another it would end each read before returning.
